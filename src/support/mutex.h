@@ -1,0 +1,53 @@
+#ifndef KOR_SUPPORT_MUTEX_H
+#define KOR_SUPPORT_MUTEX_H
+
+#include "support/where_info.h"
+
+#include <pthread.h>
+
+namespace kor {
+
+/// A plain pthread mutex: not recursive, no error checking. Failures are logged at DEBUG and give
+/// false; nothing throws.
+class Mutex {
+  public:
+    Mutex();
+    ~Mutex();
+    Mutex(const Mutex&) = delete;
+    Mutex& operator=(const Mutex&) = delete;
+
+    bool lock(const korWhereInfo& where);
+    bool unlock(const korWhereInfo& where);
+
+  private:
+    pthread_mutex_t mutex_;
+};
+
+/// Holds a Mutex for a scope; unlock() ends the hold early, lock() takes it again.
+class Lock {
+  public:
+    explicit Lock(Mutex& mutex) : mutex_(mutex) { lock(); }
+    ~Lock() {
+        if (held_)
+            unlock();
+    }
+    Lock(const Lock&) = delete;
+    Lock& operator=(const Lock&) = delete;
+
+    void lock() {
+        mutex_.lock(korWhereInfo{});
+        held_ = true;
+    }
+    void unlock() {
+        held_ = false;
+        mutex_.unlock(korWhereInfo{});
+    }
+
+  private:
+    Mutex& mutex_;
+    bool held_ = false;
+};
+
+} // namespace kor
+
+#endif
