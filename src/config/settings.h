@@ -29,7 +29,9 @@ class Settings : public kor::Settings, public kor::Singleton<Settings> {
 };
 
 /// The settings, created at the first call.
-inline Settings& settings() { return *Settings::instance(); }
+inline Settings& settings() {
+    return *Settings::instance();
+}
 
 } // namespace kor::conf
 

@@ -6,7 +6,8 @@
 
 /// What the front library calls. Between kor_init and kor_fini every kor_gl* and kor_glX* function
 /// may be called on any application thread; each has the arguments and results that the GLX and GL
-/// standards give the function of the same name, and reports no error of its own to the application.
+/// standards give the function of the same name, and reports no error of its own to the
+/// application.
 extern "C" {
 
 /// Starts the library. sysGLHandle is the dlopen handle of the system's GL library (or of the

@@ -1,8 +1,8 @@
 #ifndef KOR_SUPPORT_TEXT_H
 #define KOR_SUPPORT_TEXT_H
 
-/// Copies src into dst of size bytes. 0, or EINVAL (a null pointer) or ERANGE (does not fit; nothing
-/// is copied).
+/// Copies src into dst of size bytes. 0, or EINVAL (a null pointer) or ERANGE (does not fit;
+/// nothing is copied).
 int korStrcpy(char* dst, unsigned size, const char* src);
 
 /// The text after the last "/", or the whole text: a pointer into path.
@@ -18,8 +18,8 @@ int korStrsplit(const char* text, char** parts, unsigned maxParts, const char* d
 char* korBuildFilename(const char* first, ...) __attribute__((sentinel));
 
 /// True when name occurs as a whole word in the space-separated list. False when either is null or
-/// name is empty or holds a space. After a rejected hit the search goes on just behind it, and a hit
-/// that begins exactly there counts without a preceding space.
+/// name is empty or holds a space. After a rejected hit the search goes on just behind it, and a
+/// hit that begins exactly there counts without a preceding space.
 bool matchExtension(const char* list, const char* name);
 
 #endif

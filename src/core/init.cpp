@@ -1,0 +1,63 @@
+#include "config/settings.h"
+#include "core/entry_points.h"
+#include "core/system_gl.h"
+#include "core/thread_end.h"
+#include "core/tls_key.h"
+#include "support/log.h"
+#include "support/process.h"
+
+#include <cstdio>
+#include <cstdlib>
+
+namespace {
+
+// Set once, never cleared: there is no way back from either.
+std::atomic<int> initDone{0};
+std::atomic<int> finiDone{0};
+
+constexpr const char* wordSize = sizeof(void*) == 8 ? "64" : "32";
+
+} // namespace
+
+void kor_init(void* sysGLHandle) {
+    KOR_DEBUG("START");
+    if (initDone.exchange(1) != 0) {
+        KOR_DEBUG("already done");
+        return;
+    }
+    KOR_INFO("TESSERA KOR-GL %s (%s bit version)", KOR_VERSION, wordSize);
+    char name[1024];
+    korGetCurrentProcessName(name, sizeof name);
+    KOR_INFO("Application executable %s", name);
+
+    kor::conf::Settings::init();
+    const kor::conf::Settings& settings = kor::conf::settings();
+    kor::gl::createTSDKey();
+
+    if (settings.verbose || settings.printKorVersion) {
+        fprintf(stderr, "TESSERA KOR-GL %s (%s bit version)\n", KOR_VERSION, wordSize);
+        fprintf(stderr, "Copyright TESSERA s.r.l. All rights reserved.\n"
+                        "Provided as it is, without warranty of any kind.\n\n");
+    }
+    // The driver's own destructors crash when the library that uses it is still at work.
+    if (settings.disableDriverUnload)
+        setenv("__GL_NO_DSO_FINALIZER", "1", 1);
+    // With this set the driver serves one thread only; the readback needs two.
+    if (getenv("__GL_SINGLE_THREADED") != nullptr) {
+        KOR_ERROR_ECHO("environment variable __GL_SINGLE_THREADED is set. Unable to continue");
+        exit(1);
+    }
+    setup_sysgl(sysGLHandle);
+    KOR_DEBUG("DONE");
+}
+
+void kor_fini() {
+    KOR_DEBUG("START");
+    if (finiDone.exchange(1) != 0) {
+        KOR_DEBUG("already done");
+        return;
+    }
+    kor::gl::stopCopyback();
+    kor::gl::deleteTSDKey();
+    KOR_DEBUG("DONE");
+}

@@ -1,0 +1,23 @@
+#ifndef KOR_CORE_THREAD_END_H
+#define KOR_CORE_THREAD_END_H
+
+#include <X11/Xlib.h>
+
+/// What the end of a thread's record and of the library asks of higher floors. Implemented in
+/// display/local_display.cpp, drawable/drawable_names.cpp and transport/copyback.cpp.
+
+namespace kor::gl {
+class TSD;
+
+/// Takes the thread's two drawable fields back, so that the records may go.
+void dropCurrentDrawables(TSD& tsd);
+
+/// Asks the copyback thread to end.
+void stopCopyback();
+} // namespace kor::gl
+
+/// Closes the local connection of an application display when the settings allow it and nothing
+/// uses it any more. Null is ignored.
+void _unsetLocalDisplay(Display* appDpy);
+
+#endif
