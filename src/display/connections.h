@@ -1,0 +1,32 @@
+#ifndef KOR_DISPLAY_CONNECTIONS_H
+#define KOR_DISPLAY_CONNECTIONS_H
+
+#include "support/export.h"
+
+#include <X11/Xlib.h>
+
+namespace kor::gl {
+
+/// What a connection that the library opened for itself is for.
+enum ConnectionRole {
+    SecondaryConnection = 0, // to the application display, one per thread
+    LocalConnection = 1,     // to the local display
+    CopybackConnection = 2,  // the copyback thread's, to the application display
+    FontConnection = 3,      // to the application display, for one font look-up
+};
+
+/// XOpenDisplay, followed by the connection hook. Null when the display cannot be opened. The
+/// caller owns the connection.
+Display* openConnection(const char* name, ConnectionRole role);
+
+} // namespace kor::gl
+
+extern "C" {
+/// Names a function to be called for each connection that the library opens for itself: on the
+/// opening thread, before anything else is done with the connection; role is a ConnectionRole. For
+/// the front library, which prepares the connection (error handling, the driver's peculiarities).
+/// To be set before kor_init; null for none.
+KOR_EXPORT void kor_set_connection_hook(void (*hook)(Display* display, int role));
+}
+
+#endif

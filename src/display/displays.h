@@ -1,0 +1,29 @@
+#ifndef KOR_DISPLAY_DISPLAYS_H
+#define KOR_DISPLAY_DISPLAYS_H
+
+#include "core/thread_end.h"
+#include "core/tsd.h"
+#include "support/mutex.h"
+
+#include <X11/Xlib.h>
+
+/// The pairing of application displays with connections to the local display (the GPU's).
+/// Everywhere a null tsd means the calling thread's.
+
+/// Makes the thread ready to work on the application's dpy: notes it, opens the thread's own
+/// connection to its server and brings up "KOR-V1" there, at the thread's first call. False when
+/// the thread cannot work on it; ends the process with status 20 when the server lacks the
+/// extension. A later switch to another dpy does not reopen the connection, which is intended.
+bool _setupAppDisplay(Display* dpy, kor::gl::TSD* tsd);
+
+/// The local connection of the thread's application display, opened at the first call and shared by
+/// all threads; null when it cannot be had. Owned by the map.
+Display* _getLocalDisplay(kor::gl::TSD* tsd);
+
+/// Held around every Xlib and GLX call on a local connection, for that call only.
+kor::Mutex& getLocalDisplayMutex();
+
+/// True when both connections lead to the same X server and screen, as far as their names tell.
+bool korIsSameXDisplay(Display* a, Display* b);
+
+#endif
