@@ -13,6 +13,7 @@ namespace kor::conf {
 class Settings : public kor::Settings, public kor::Singleton<Settings> {
   public:
     Settings();
+    ~Settings() override;
     void parse() override;
     void freeSettings();
 

@@ -69,4 +69,8 @@ inline bool logs(int level) {
 #define KOR_ERROR_ECHO(...)                                                                        \
     KOR_LOG_AT("KORGL", ::kor::LogError, "ERROR", __PRETTY_FUNCTION__, true, __VA_ARGS__)
 
+/// The support classes' calls; their records carry a tag of their own.
+#define KOR_SUPPORT_DEBUG(...)                                                                     \
+    KOR_LOG_AT("KOR", ::kor::LogDebug, "DEBUG", __PRETTY_FUNCTION__, false, __VA_ARGS__)
+
 #endif

@@ -14,7 +14,8 @@ const char* korBasename(const char* path);
 int korStrsplit(const char* text, char** parts, unsigned maxParts, const char* delimiters);
 
 /// Joins the non-empty components with "/" into a heap copy (the caller frees it); the list ends
-/// with a null pointer. Null when the result exceeds 4095 characters.
+/// with a null pointer. Null when the text with
+/// its separators, also the last one's, exceeds 4095 characters.
 char* korBuildFilename(const char* first, ...) __attribute__((sentinel));
 
 /// True when name occurs as a whole word in the space-separated list. False when either is null or
