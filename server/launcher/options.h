@@ -1,0 +1,45 @@
+#ifndef KOR_SERVER_LAUNCHER_OPTIONS_H
+#define KOR_SERVER_LAUNCHER_OPTIONS_H
+
+#include "problem.h"
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace kor::server {
+
+/// Screen sizes in pixels. The smallest is RandR's own lower limit in the dummy driver; the largest
+/// decides how much video memory the screen is given, and with it how far it can be resized later.
+constexpr int smallestWidth = 64;
+constexpr int smallestHeight = 64;
+constexpr int largestWidth = 7680;
+constexpr int largestHeight = 4320;
+
+/// What the command line asks for.
+struct Options {
+    enum class Action { Run, Help, Version };
+
+    Action action = Action::Run;
+    std::optional<int> display;       ///< the number of ":N"
+    std::optional<int> displayFd;     ///< where the display number is to be written; open, writable
+    int width = 1920;                 ///< pixels
+    int height = 1080;                ///< pixels
+    std::string glDisplay;            ///< empty: none given
+    std::string authority;            ///< empty: the launcher makes an authority file of its own
+    std::string modulePath;           ///< the server's module path; empty: its usual one
+    bool ownLog = false;              ///< the caller names the server's log file
+    bool verbose = false;             ///< the caller wants to see what the server prints
+    std::vector<std::string> further; ///< handed to the server as they are, in their order
+};
+
+/// Reads the command line, the program's name left out. What it does not know is the server's.
+/// Throws Problem with a line for the user.
+Options parseOptions(const std::vector<std::string>& arguments);
+
+/// The text of -help.
+std::string usage();
+
+} // namespace kor::server
+
+#endif

@@ -1,0 +1,322 @@
+#include "supervisor.h"
+
+#include "admission.h"
+#include "authority.h"
+#include "configuration.h"
+#include "display_in_use.h"
+#include "janitor.h"
+#include "server_files.h"
+#include "server_process.h"
+
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <poll.h>
+#include <sys/signalfd.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace kor::server {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr auto startTakesAtMost = std::chrono::seconds(60);
+constexpr auto endTakesAtMost = std::chrono::seconds(10);
+constexpr size_t keptOutput = 16384;
+
+/// Reads what is there. False at the end of the file.
+bool readSome(int file, std::string& text) {
+    char buffer[4096];
+    const ssize_t got = read(file, buffer, sizeof buffer);
+    if (got > 0)
+        text.append(buffer, static_cast<size_t>(got));
+    return got > 0 || (got == -1 && (errno == EINTR || errno == EAGAIN));
+}
+
+void writeAll(int file, const std::string& text) {
+    size_t done = 0;
+    while (done < text.size()) {
+        const ssize_t put = write(file, text.data() + done, text.size() - done);
+        if (put == -1 && errno != EINTR)
+            return; // nobody reads it
+        done += put > 0 ? static_cast<size_t>(put) : 0;
+    }
+}
+
+/// The line in which the server says why it gives up, out of all that it printed.
+std::string reasonOf(const std::string& output) {
+    constexpr const char* mark = "Fatal server error:\n";
+    size_t begin = output.find(mark);
+    if (begin == std::string::npos)
+        return "it gave no reason";
+    begin += strlen(mark);
+    std::string line = output.substr(begin, output.find('\n', begin) - begin);
+    if (line.starts_with("(EE) "))
+        line.erase(0, 5);
+    while (!line.empty() && (line.back() == ' ' || line.back() == '.'))
+        line.pop_back();
+    return line.empty() ? "it gave no reason" : line;
+}
+
+class Supervisor {
+  public:
+    explicit Supervisor(const Options& options)
+        : m_options(options), m_parent(getppid()), m_parentWaits(usr1Ignored()) {}
+    ~Supervisor() {
+        for (const int file : {m_signals, m_server.display, m_server.output})
+            if (file != -1)
+                close(file);
+    }
+    Supervisor(const Supervisor&) = delete;
+    Supervisor& operator=(const Supervisor&) = delete;
+
+    int run();
+
+  private:
+    static bool usr1Ignored() {
+        struct sigaction action {};
+        sigaction(SIGUSR1, nullptr, &action);
+        return action.sa_handler == SIG_IGN;
+    }
+    void takeSignals();
+    void start();
+    [[nodiscard]] std::vector<std::string> serverArguments(const std::string& modulePath);
+    void supervise();
+    void handleSignal();
+    void handleDisplay();
+    void handleOutput();
+    void checkTime();
+    [[nodiscard]] int waitMilliseconds() const;
+    [[nodiscard]] std::string whereIsTheLog() const;
+
+    const Options& m_options;
+    const pid_t m_parent;
+    const bool m_parentWaits; ///< started by xinit or its like, which wait for SIGUSR1
+    int m_signals = -1;
+    std::unique_ptr<Authority> m_authority; ///< null: the caller gave one
+    ServerProcess m_server;
+    Janitor m_janitor;
+    std::string m_logFolder;
+    std::string m_number; ///< what the server has written of its display number so far
+    std::string m_output; ///< the last part of what the server printed before it was ready
+    bool m_ready = false;
+    bool m_asked = false; ///< told to end by a signal
+    bool m_ended = false;
+    int m_status = 0;
+    Clock::time_point m_deadline = Clock::time_point::max();
+};
+
+void Supervisor::takeSignals() {
+    sigset_t taken;
+    sigemptyset(&taken);
+    for (const int number : {SIGTERM, SIGINT, SIGHUP, SIGQUIT, SIGUSR1, SIGUSR2, SIGCHLD})
+        sigaddset(&taken, number);
+    sigprocmask(SIG_BLOCK, &taken, nullptr);
+    signal(SIGPIPE, SIG_IGN);
+    signal(SIGCHLD, SIG_DFL); // an inherited "ignore" would take the server's status away
+    m_signals = signalfd(-1, &taken, SFD_CLOEXEC | SFD_NONBLOCK);
+    if (m_signals == -1)
+        throw Problem(Problem::StartFailed, std::string("no signals: ") + strerror(errno));
+}
+
+std::vector<std::string> Supervisor::serverArguments(const std::string& modulePath) {
+    const std::string number = m_options.display ? std::to_string(*m_options.display) : "0";
+    const bool known = m_options.display || !m_options.displayFd;
+    std::vector<std::string> arguments;
+    if (known)
+        arguments.push_back(":" + number);
+    // Ours come first: of contrary options the server heeds the last.
+    arguments.insert(arguments.end(),
+                     {"-displayfd", std::to_string(serverDisplayFile), "-config",
+                      "/proc/self/fd/" + std::to_string(serverConfigurationFile),
+                      // No sections from the machine's own folder: they describe its own screens.
+                      "-configdir", "/proc/self", "-modulepath", modulePath, "-noreset",
+                      "-nolisten", "tcp", "-quiet", "-extension", "Composite", "-auth",
+                      m_authority ? m_authority->path() : m_options.authority});
+    if (!m_options.ownLog) {
+        std::string folder;
+        for (const char character : m_logFolder) // the server expands %s in the name
+            folder += character == '%' && !known ? "%%" : std::string(1, character);
+        arguments.insert(arguments.end(),
+                         {"-logfile", folder + "/Xkor." + (known ? number : "%s") + ".log"});
+    }
+    arguments.insert(arguments.end(), m_options.further.begin(), m_options.further.end());
+    return arguments;
+}
+
+std::string Supervisor::whereIsTheLog() const {
+    if (m_options.ownLog)
+        return "";
+    if (m_options.display || !m_options.displayFd)
+        return " (log: " + m_logFolder + "/Xkor." + std::to_string(m_options.display.value_or(0)) +
+               ".log)";
+    return " (log: " + m_logFolder + "/Xkor.failed.log)";
+}
+
+void Supervisor::start() {
+    const ServerFiles files = findServerFiles(m_options);
+    const bool known = m_options.display || !m_options.displayFd;
+    const int number = m_options.display.value_or(0);
+    if (known)
+        checkDisplayFree(number);
+    if (!m_options.authority.empty())
+        checkAuthority(m_options.authority);
+    if (!m_options.ownLog)
+        m_logFolder = logFolder();
+    takeSignals();
+    const int configuration = configurationFile(configurationText(m_options));
+    if (m_options.authority.empty())
+        m_authority = std::make_unique<Authority>(known ? std::optional(number) : std::nullopt);
+    Janitor::Remains remains;
+    try {
+        m_server = startServer(files.program, serverArguments(files.modulePath), configuration);
+    } catch (const Problem&) {
+        if (m_authority)
+            unlink(m_authority->path().c_str());
+        throw;
+    }
+    close(configuration);
+    remains.server = m_server.process;
+    if (m_authority)
+        remains.authority = m_authority->path();
+    if (!m_options.ownLog && !known) {
+        remains.logOfPendingStart =
+            m_logFolder + "/Xkor.pid-" + std::to_string(m_server.process) + ".log";
+        remains.logOfFailedStart = m_logFolder + "/Xkor.failed.log";
+    }
+    if (!m_janitor.start(remains))
+        fprintf(stderr, "Xkor: no process for cleaning up: files may be left behind\n");
+    m_deadline = Clock::now() + startTakesAtMost;
+}
+
+void Supervisor::handleSignal() {
+    signalfd_siginfo info{};
+    while (read(m_signals, &info, sizeof info) == static_cast<ssize_t>(sizeof info)) {
+        const int number = static_cast<int>(info.ssi_signo);
+        if (number != SIGCHLD) {
+            kill(m_server.process, number);
+            if ((number == SIGTERM || number == SIGINT) && !m_asked) {
+                m_asked = true;
+                m_deadline = Clock::now() + endTakesAtMost;
+            }
+            continue;
+        }
+        int status = 0;
+        if (waitpid(m_server.process, &status, WNOHANG) == m_server.process) {
+            m_ended = true;
+            m_status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+        }
+    }
+}
+
+void Supervisor::handleDisplay() {
+    const bool more = readSome(m_server.display, m_number);
+    if (const size_t end = m_number.find('\n'); end != std::string::npos) {
+        const int display = atoi(m_number.c_str());
+        m_janitor.setDisplay(display);
+        m_ready = true;
+        if (!m_asked)
+            m_deadline = Clock::time_point::max();
+        if (m_authority) {
+            m_authority->setDisplay(display);
+            fprintf(stderr, "Xkor: to use this server: export DISPLAY=:%d XAUTHORITY=%s\n", display,
+                    m_authority->path().c_str());
+        }
+        if (m_parentWaits) {
+            // Such a parent gives its clients no authority file that it was not told of.
+            if (m_authority)
+                admitOwnUser(display, m_authority->cookie());
+            if (getppid() == m_parent)
+                kill(m_parent, SIGUSR1);
+        }
+        if (m_options.displayFd) {
+            writeAll(*m_options.displayFd, m_number.substr(0, end + 1));
+            close(*m_options.displayFd);
+        }
+    }
+    if (m_ready || !more) {
+        close(m_server.display);
+        m_server.display = -1;
+    }
+}
+
+void Supervisor::handleOutput() {
+    std::string text;
+    if (!readSome(m_server.output, text)) {
+        close(m_server.output);
+        m_server.output = -1;
+    }
+    // Even a quiet server announces its successful end.
+    if (m_options.verbose || (m_ready && !text.starts_with("(II) ")))
+        writeAll(STDERR_FILENO, text);
+    if (!m_ready) {
+        m_output += text;
+        if (m_output.size() > keptOutput)
+            m_output.erase(0, m_output.size() - keptOutput);
+    }
+}
+
+/// A server that neither starts nor ends in time is killed.
+void Supervisor::checkTime() {
+    if (Clock::now() < m_deadline)
+        return;
+    fprintf(stderr, "Xkor: the server does not %s: it is killed\n", m_asked ? "end" : "start");
+    kill(m_server.process, SIGKILL);
+    m_deadline = Clock::time_point::max();
+}
+
+int Supervisor::waitMilliseconds() const {
+    if (m_deadline == Clock::time_point::max())
+        return -1;
+    const auto left =
+        std::chrono::duration_cast<std::chrono::milliseconds>(m_deadline - Clock::now()).count();
+    return left < 0 ? 0 : static_cast<int>(left) + 1;
+}
+
+void Supervisor::supervise() {
+    while (!m_ended) {
+        // poll() passes over an entry whose file is -1.
+        pollfd files[] = {
+            {m_signals, POLLIN, 0}, {m_server.display, POLLIN, 0}, {m_server.output, POLLIN, 0}};
+        if (poll(files, std::size(files), waitMilliseconds()) == -1 && errno != EINTR)
+            break;
+        if (files[1].revents)
+            handleDisplay();
+        if (files[2].revents)
+            handleOutput();
+        if (files[0].revents)
+            handleSignal();
+        checkTime();
+    }
+    // What the server said last may still be in the pipe; whoever inherited it may keep it open.
+    while (m_server.output != -1) {
+        pollfd rest{m_server.output, POLLIN, 0};
+        if (poll(&rest, 1, 0) <= 0)
+            break;
+        handleOutput();
+    }
+}
+
+int Supervisor::run() {
+    start();
+    supervise();
+    m_janitor.finish();
+    if (m_ready || m_asked)
+        return m_status;
+    throw Problem(Problem::StartFailed,
+                  "the server did not start: " + reasonOf(m_output) + whereIsTheLog());
+}
+
+} // namespace
+
+int runServer(const Options& options) {
+    return Supervisor(options).run();
+}
+
+} // namespace kor::server
