@@ -1,0 +1,95 @@
+#include "display_probe.h"
+
+#include "pipe_text.h"
+
+#include <X11/Xlib.h>
+#include <cerrno>
+#include <csignal>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace korrun {
+
+namespace {
+
+constexpr std::chrono::seconds patience{5};
+
+bool hasExtension(Display* display, const char* name) {
+    int opcode = 0;
+    int event = 0;
+    int error = 0;
+    return XQueryExtension(display, name, &opcode, &event, &error) != 0;
+}
+
+DisplayState classify(Display* display) {
+    if (hasExtension(display, "KOR-V1"))
+        return DisplayState::IsSession;
+    if (!hasExtension(display, "GLX"))
+        return DisplayState::WithoutGlx;
+    // Servers that drive a GPU hand its buffers to their clients by one of these.
+    for (const char* sharing : {"DRI3", "DRI2", "NV-GLX"})
+        if (hasExtension(display, sharing))
+            return DisplayState::DrivesGpu;
+    return DisplayState::RendersItself;
+}
+
+DisplayState look(const std::string& name) {
+    Display* display = XOpenDisplay(name.c_str());
+    if (!display)
+        return DisplayState::Unreachable;
+    const DisplayState state = classify(display);
+    XCloseDisplay(display);
+    return state;
+}
+
+} // namespace
+
+DisplayState probeDisplay(const std::string& name) {
+    // Xlib waits for a server without end, hence the process of its own.
+    Pipe answer = makePipe();
+    const pid_t child = fork();
+    if (child < 0)
+        return DisplayState::NoAnswer;
+    if (child == 0) {
+        answer.readEnd.close();
+        const char letter = static_cast<char>('0' + static_cast<int>(look(name)));
+        writeText(answer.writeEnd.get(), std::string(1, letter) + "\n");
+        _exit(0);
+    }
+    answer.writeEnd.close();
+    std::string line;
+    const ReadResult result = readLine(answer.readEnd.get(), line, Clock::now() + patience);
+    kill(child, SIGKILL);
+    while (waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
+    }
+    if (result == ReadResult::TimedOut)
+        return DisplayState::NoAnswer;
+    // No line: Xlib ended the process because the connection broke.
+    if (result != ReadResult::Line || line.size() != 1)
+        return DisplayState::Unreachable;
+    return static_cast<DisplayState>(line[0] - '0');
+}
+
+bool isUsable(DisplayState state) {
+    return state == DisplayState::DrivesGpu || state == DisplayState::RendersItself;
+}
+
+const char* describe(DisplayState state) {
+    switch (state) {
+    case DisplayState::DrivesGpu:
+        return "drives a GPU";
+    case DisplayState::RendersItself:
+        return "drives no GPU";
+    case DisplayState::IsSession:
+        return "belongs to a session and drives no GPU";
+    case DisplayState::WithoutGlx:
+        return "has no GLX";
+    case DisplayState::Unreachable:
+        return "cannot be opened";
+    case DisplayState::NoAnswer:
+        return "does not answer";
+    }
+    return "is in an unknown state";
+}
+
+} // namespace korrun

@@ -1,0 +1,25 @@
+#pragma once
+
+#include <string>
+
+namespace korrun {
+
+enum class DisplayState {
+    DrivesGpu,     // answers, has GLX and drives a GPU
+    RendersItself, // answers and has GLX, but renders in software as far as can be seen
+    IsSession,     // is itself a session's server, which has no GPU
+    WithoutGlx,    // answers, but cannot serve GL
+    Unreachable,   // nobody there, or not allowed
+    NoAnswer       // took the connection and then said nothing
+};
+
+// Tries an X display in a process of its own, for at most five seconds.
+DisplayState probeDisplay(const std::string& name);
+
+// Whether GL can be rendered there at all.
+bool isUsable(DisplayState state);
+
+// What the state means, as the end of a sentence that begins with the display's name.
+const char* describe(DisplayState state);
+
+} // namespace korrun

@@ -1,0 +1,192 @@
+#include "command.h"
+#include "display_probe.h"
+#include "environment.h"
+#include "failure.h"
+#include "installation.h"
+#include "options.h"
+#include "screenshot.h"
+#include "session.h"
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <memory>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+using namespace korrun;
+
+namespace {
+
+constexpr const char* usualGpuDisplay = ":0.0";
+
+void say(const std::string& message) {
+    std::fprintf(stderr, "korrun: %s\n", message.c_str());
+}
+
+std::string variable(const char* name) {
+    const char* value = std::getenv(name);
+    return value ? value : "";
+}
+
+// The GPU's display for a session; empty when the session has to bring its own.
+std::string chooseGlDisplay(const Options& options) {
+    if (options.glDisplay) {
+        const DisplayState state = probeDisplay(*options.glDisplay);
+        if (!isUsable(state))
+            throw Failure(StatusMissing,
+                          "display " + *options.glDisplay + " " + describe(state) +
+                              ": start an X server with GLX there and see that you may use it "
+                              "(xauth, xhost), or leave --gl-display out to render in software");
+        return *options.glDisplay;
+    }
+    const std::string named = variable("KOR_GL_DISPLAY");
+    const std::string name = named.empty() ? usualGpuDisplay : named;
+    const DisplayState state = probeDisplay(name);
+    // A display that nobody named may be anybody's; it is used only for its GPU.
+    if (named.empty() ? state == DisplayState::DrivesGpu : isUsable(state))
+        return name;
+    // Whoever named a display wants to know that it is not used.
+    if (options.verbose || !named.empty())
+        say("display " + name + (named.empty() ? " " : " of KOR_GL_DISPLAY ") + describe(state) +
+            ": rendering in software on a private display");
+    return "";
+}
+
+std::unique_ptr<Session> startSession(const Options& options, const Installation& installation) {
+    SessionPlan plan;
+    plan.size = options.size;
+    plan.xkor = installation.server;
+    if (plan.xkor.empty())
+        throw Failure(StatusMissing, "the session's server Xkor is not beside " +
+                                         installation.korrun +
+                                         ": build it (cmake --build --preset release) or install "
+                                         "its package");
+    plan.glDisplay = chooseGlDisplay(options);
+    if (plan.glDisplay.empty()) {
+        plan.xvfb = findProgram("Xvfb");
+        if (plan.xvfb.empty())
+            throw Failure(StatusMissing, "no GPU display answers, and Xvfb, which would render in "
+                                         "software, is not installed: apt-get install xvfb");
+    }
+    auto session = std::make_unique<Session>(plan);
+    setenv("DISPLAY", session->applicationDisplay().c_str(), 1);
+    setenv("XAUTHORITY", session->authorityFile().c_str(), 1);
+    setenv("KOR_GL_DISPLAY", session->localDisplay().c_str(), 1);
+    if (options.verbose) {
+        say("application display " + session->applicationDisplay() + ": " + plan.xkor);
+        say("local display " + session->localDisplay() + ": " +
+            (plan.xvfb.empty() ? "the GPU's" : plan.xvfb));
+        say("authority file " + session->authorityFile());
+    }
+    return session;
+}
+
+// Refuses early what would fail only when the command has run for a while.
+void checkPictureFolder(const std::string& file) {
+    std::error_code error;
+    const std::filesystem::path path(file);
+    const std::filesystem::path folder = path.has_parent_path() ? path.parent_path() : ".";
+    if (std::filesystem::is_directory(path, error))
+        throw Failure(StatusUsage, "--screenshot: " + file + " is a folder");
+    if (!std::filesystem::is_directory(folder, error))
+        throw Failure(StatusUsage, "--screenshot: there is no folder " + folder.string());
+    if (access(folder.c_str(), W_OK | X_OK) != 0)
+        throw Failure(StatusUsage, "--screenshot: cannot write in " + folder.string());
+}
+
+int takePicture(const std::string& file) {
+    try {
+        writePng(captureScreen(variable("DISPLAY")), file);
+        return EXIT_SUCCESS;
+    } catch (const std::exception& failure) {
+        say(std::string("no picture: ") + failure.what());
+        return StatusNoPicture;
+    }
+}
+
+// Ends this process as the command ended.
+int endLike(int waitStatus) {
+    if (!WIFSIGNALED(waitStatus))
+        return WEXITSTATUS(waitStatus);
+    const int number = WTERMSIG(waitStatus);
+    const rlimit none = {0, 0}; // the command has left a core file of its own, if any
+    setrlimit(RLIMIT_CORE, &none);
+    std::signal(number, SIG_DFL);
+    std::raise(number);
+    return 128 + number;
+}
+
+int reportOf(const Options& options, const CommandResult& result) {
+    const bool succeeded =
+        result.timeWasUp || (WIFEXITED(result.waitStatus) && WEXITSTATUS(result.waitStatus) == 0);
+    if (options.screenshot && !result.pictureTaken) {
+        if (!result.pictureTried)
+            say("no picture: " + options.command[0] + " ended before it was due (see --after)");
+        else
+            say("no picture was written to " + *options.screenshot);
+        if (succeeded)
+            return StatusNoPicture;
+    }
+    return result.timeWasUp ? EXIT_SUCCESS : endLike(result.waitStatus);
+}
+
+int run(const Options& options) {
+    const Installation installation = findInstallation();
+    if (options.screenshot)
+        checkPictureFolder(*options.screenshot);
+    avoidFront(installation);
+    std::unique_ptr<Session> session;
+    if (options.session)
+        session = startSession(options, installation);
+    else if (options.glDisplay)
+        setenv("KOR_GL_DISPLAY", options.glDisplay->c_str(), 1);
+    if (options.screenshot && variable("DISPLAY").empty())
+        throw Failure(StatusMissing, "--screenshot: there is no display to take a picture of; set "
+                                     "DISPLAY or give --session");
+    useFront(installation);
+    if (options.verbose)
+        say("front library (" + options.front + ") in LD_LIBRARY_PATH " +
+            variable("LD_LIBRARY_PATH"));
+
+    if (!options.session && !options.screenshot && !options.seconds)
+        becomeCommand(options.command);
+
+    CommandPlan plan;
+    plan.command = options.command;
+    plan.endAfter = options.seconds;
+    if (options.screenshot) {
+        plan.pictureAfter = options.after;
+        plan.takePicture = [&] { return takePicture(*options.screenshot); };
+    }
+    if (session)
+        plan.started = [&](pid_t leader) { session->watchCommand(leader); };
+    const CommandResult result = runCommand(plan);
+    if (session)
+        for (const std::string& name : session->end())
+            say("the session's " + name + " had ended by itself");
+    if (options.verbose && result.timeWasUp)
+        say(options.command[0] + " was ended: its time was up");
+    return reportOf(options, result);
+}
+
+} // namespace
+
+int main(int count, char** arguments) {
+    try {
+        const Options options = parseOptions({arguments + 1, arguments + count});
+        if (options.help || options.version) {
+            std::fputs(options.help ? helpText() : versionText(), stdout);
+            return EXIT_SUCCESS;
+        }
+        return run(options);
+    } catch (const Failure& failure) {
+        say(failure.what());
+        return failure.exitStatus();
+    } catch (const std::exception& failure) {
+        say(failure.what());
+        return StatusMissing;
+    }
+}

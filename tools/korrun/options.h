@@ -1,0 +1,38 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace korrun {
+
+struct Size {
+    int width;
+    int height;
+};
+
+// What the command line asks for.
+struct Options {
+    bool help = false;
+    bool version = false;
+    bool verbose = false;
+    bool session = false;
+    Size size{1280, 800};                  // of the session's screen, in pixels
+    std::optional<std::string> glDisplay;  // the GPU's display, if named on the command line
+    std::optional<std::string> screenshot; // PNG file to write
+    double after = 2;                      // seconds from the command's start to the picture
+    std::optional<double> seconds;         // seconds after which the command is ended
+    std::string front = "classic";         // the kind of front library
+    std::vector<std::string> command;      // the command and its arguments
+};
+
+// Reads the arguments that follow the program's name. The command begins at the first argument that
+// is no option, or after "--"; all that follows is the command's own. Throws Failure (StatusUsage).
+Options parseOptions(const std::vector<std::string>& arguments);
+
+// The text of --help.
+const char* helpText();
+// The text of --version.
+const char* versionText();
+
+} // namespace korrun
