@@ -20,7 +20,7 @@ class Mutex {
     bool unlock(const korWhereInfo& where);
 
   private:
-    pthread_mutex_t mutex_;
+    pthread_mutex_t mutex_ = PTHREAD_MUTEX_INITIALIZER; // usable even where its set-up failed
 };
 
 /// Holds a Mutex for a scope; unlock() ends the hold early, lock() takes it again.
@@ -35,8 +35,8 @@ class Lock {
     Lock& operator=(const Lock&) = delete;
 
     void lock() {
-        mutex_.lock(korWhereInfo{});
-        held_ = true;
+        // What could not be locked must not be unlocked: it may be another thread's.
+        held_ = mutex_.lock(korWhereInfo{});
     }
     void unlock() {
         held_ = false;

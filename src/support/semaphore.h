@@ -23,7 +23,7 @@ class Semaphore {
     bool tryP(uint32_t timeoutMs, const korWhereInfo& where);
 
   private:
-    sem_t semaphore_;
+    sem_t semaphore_{};
 };
 
 } // namespace kor

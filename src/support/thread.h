@@ -1,8 +1,6 @@
 #ifndef KOR_SUPPORT_THREAD_H
 #define KOR_SUPPORT_THREAD_H
 
-#include "support/relaxed.h"
-
 #include <atomic>
 #include <cstdint>
 #include <pthread.h>
@@ -20,11 +18,12 @@ template <typename T> class Thread {
     Thread(const Thread&) = delete;
     Thread& operator=(const Thread&) = delete;
 
-    /// Starts entry(target) unless the running count says that it runs. False when the system has
-    /// no thread to give; the next call tries again.
+    /// Starts entry(target) unless the running count says that it runs, or its thread is still on
+    /// the way there. False when the system has no thread to give; the next call tries again.
     bool start(T* target, Entry entry) {
-        if (runningCount_.load() != 0)
+        if (runningCount_.load() != 0 || (started_ && !entered_.load()))
             return true;
+        started_ = false;
         entered_ = false;
         target_ = target;
         entry_ = entry;
