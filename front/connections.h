@@ -1,0 +1,13 @@
+#ifndef KOR_FRONT_CONNECTIONS_H
+#define KOR_FRONT_CONNECTIONS_H
+
+namespace kor::front {
+
+/// Has the library (dlopen handle) report each connection that it opens for itself, so that the
+/// front can make it safe for the application and, for those to the local display, hand it to the
+/// adapter (dlopen handle or null). Called before kor_init.
+void prepareConnections(void* korLibrary, void* adapter);
+
+} // namespace kor::front
+
+#endif

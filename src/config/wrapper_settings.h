@@ -1,0 +1,12 @@
+#ifndef KOR_CONFIG_WRAPPER_SETTINGS_H
+#define KOR_CONFIG_WRAPPER_SETTINGS_H
+
+#include "support/export.h"
+
+extern "C" {
+/// For the front library: the value (0 or 1) of a setting of section "Wrapper", by its key, for
+/// instance "cleanup-atexit"; -1 when that section has no such setting. Any thread.
+KOR_EXPORT int kor_wrapper_setting(const char* key);
+}
+
+#endif

@@ -1,0 +1,61 @@
+// A libGL_KOR.so without GL, which tells what the front does with it.
+#include <X11/Xlib.h>
+#include <atomic>
+#include <cstdlib>
+#include <cstring>
+#include <unistd.h>
+
+#define EXPORT extern "C" __attribute__((visibility("default")))
+
+#define KOR_ENTRY(name)                                                                            \
+    EXPORT const char* kor_##name() {                                                              \
+        return "kor:" #name;                                                                       \
+    }
+#include "core/entry_points.def"
+#undef KOR_ENTRY
+
+namespace {
+std::atomic<int> inits{0};
+void* initHandle = nullptr;
+void (*onInit)() = nullptr;
+void (*hook)(Display*, int) = nullptr;
+} // namespace
+
+EXPORT void kor_set_connection_hook(void (*newHook)(Display*, int)) {
+    hook = newHook;
+}
+
+EXPORT void kor_init(void* handle) {
+    initHandle = hook == nullptr ? nullptr : handle; // the hook is to be set before
+    if (onInit != nullptr)
+        onInit();
+    ++inits;
+}
+
+EXPORT void kor_fini() {
+    [[maybe_unused]] const ssize_t written = write(STDOUT_FILENO, "kor_fini\n", 9);
+}
+
+EXPORT int kor_wrapper_setting(const char* key) {
+    const char* value = getenv("FAKE_CLEANUP_ATEXIT");
+    if (strcmp(key, "cleanup-atexit") != 0)
+        return -1;
+    return value == nullptr || *value != '0' ? 1 : 0;
+}
+
+EXPORT int fake_inits() {
+    return inits;
+}
+EXPORT void* fake_init_handle() {
+    return initHandle;
+}
+EXPORT void fake_on_init(void (*function)()) {
+    onInit = function;
+}
+
+EXPORT Display* fake_open(const char* name, int role) {
+    Display* display = XOpenDisplay(name);
+    if (display != nullptr)
+        hook(display, role);
+    return display;
+}
