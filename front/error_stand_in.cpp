@@ -44,7 +44,23 @@ Bool onReply(Display* display, xReply* reply, char*, int, XPointer) {
     return True;
 }
 
-void onBrokenConnection(Display* display, void*) {
+bool isOwn(Display* display) {
+    for (_XAsyncHandler* handler = display->async_handlers; handler != nullptr;
+         handler = handler->next)
+        if (handler->handler == onReply)
+            return true;
+    return false;
+}
+
+/// In the place of Xlib's own handler, which ends the process itself. Returning leaves the decision
+/// to the connection's exit handler.
+int onBrokenConnection(Display* display) {
+    return isOwn(display) ? 0 : _XDefaultIOError(display);
+}
+
+/// What Xlib does about a broken connection last of all, and per connection: by default, end the
+/// process.
+void onExit(Display* display, void*) {
     static std::atomic<bool> said{false};
     if (!said.exchange(true))
         report("the library's own connection to the X server %s broke. The application goes on; "
@@ -82,8 +98,11 @@ void standInForErrors(Display* display) {
     handler->next = display->async_handlers;
     display->async_handlers = handler;
     UnlockDisplay(display);
-    if (XSetIOErrorExitHandler != nullptr)
-        XSetIOErrorExitHandler(display, onBrokenConnection, nullptr);
+    if (XSetIOErrorExitHandler == nullptr)
+        return; // returning from the other handler would not help then
+    XSetIOErrorExitHandler(display, onExit, nullptr);
+    if (_XIOErrorFunction == nullptr || _XIOErrorFunction == _XDefaultIOError)
+        XSetIOErrorHandler(onBrokenConnection);
 }
 
 } // namespace kor::front

@@ -14,10 +14,12 @@ namespace kor::front {
 /// dropped, and the first one in the process is reported on stderr. The process-wide handler is not
 /// touched.
 ///
-/// A broken connection: Xlib tells the application's I/O error handler or prints its own line, as
-/// ever, but does not end the process afterwards; the first is reported. Further requests on the
-/// connection are dropped and what waits for a reply gets none. The application's own connections
-/// still end it when they break.
+/// A broken connection: an I/O error handler of the application's own is told, as ever; while it
+/// has none, Xlib's own would end the process, which is prevented, and the first is reported. Here
+/// the process-wide handler does change: Xlib's default is replaced by one that calls it for every
+/// other connection. Afterwards Xlib drops further requests on the connection and what waits for a
+/// reply gets none; only XNextEvent must not be called on it any more (Xlib 1.8 crashes). The
+/// application's own connections end it when they break.
 ///
 /// Called on the thread that has just opened the connection; undone by itself when it is closed.
 void standInForErrors(Display* display);

@@ -1,14 +1,17 @@
 #include "child.h"
+#include "framework/wait_until.h"
+#include "framework/x_server.h"
 #include "front.h"
-#include "x_server.h"
 
 #include <X11/Xlib.h>
 #include <X11/Xlibint.h>
 #undef min
 #undef max
 
+#include <csignal>
 #include <gmock/gmock.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 namespace {
 
@@ -48,7 +51,16 @@ class FrontErrors : public testing::Test {
     ChildResult runDying(const std::function<void()>& function) {
         return inDyingChild({{"KOR_FRONT_SYSTEM_GL", fakeSystem}}, function);
     }
-    XServer server_;
+
+    /// Ends the server, from the child; returns when its connections are closed.
+    void endServer() {
+        kill(server_.process().process(), SIGTERM);
+        const std::string socket = "/tmp/.X11-unix/X" + std::to_string(server_.number());
+        EXPECT_TRUE(kor::test::waitUntil([&] { return access(socket.c_str(), F_OK) != 0; }));
+    }
+
+    kor::test::XServer server_{
+        {.kind = kor::test::XServer::Kind::Xvfb, .glDisplay = {}, .arguments = {"-noreset"}}};
 };
 
 TEST_F(FrontErrors, WithoutAHandlerErrorsOfTheLibraryAreDroppedAndReportedOnce) {
@@ -176,7 +188,7 @@ TEST_F(FrontErrors, ABrokenConnectionOfTheLibraryDoesNotEndTheProcess) {
     const ChildResult result = run([&] {
         const Started started;
         Display* display = started.open(server_.name(), 1);
-        server_.end();
+        endServer();
         XSync(display, False);
         // Xlib goes on with a connection that answers nothing.
         provokeError(display);
@@ -188,6 +200,7 @@ TEST_F(FrontErrors, ABrokenConnectionOfTheLibraryDoesNotEndTheProcess) {
         EXPECT_EQ(XInternAtom(display, "NO_SUCH_ATOM", False), 0U);
         XCloseDisplay(display);
     });
+    EXPECT_EQ(countLines(result.errors), 1U) << result.errors;
     EXPECT_THAT(result.errors, HasSubstr("KOR-GL: the library's own connection to the X server " +
                                          server_.name() + " broke."));
 }
@@ -198,7 +211,7 @@ TEST_F(FrontErrors, ABrokenConnectionOfTheApplicationEndsItAsEver) {
         started.open(server_.name(), 1);
         Display* own = XOpenDisplay(server_.name().c_str());
         ASSERT_NE(own, nullptr);
-        server_.end();
+        endServer();
         XSync(own, False);
         _exit(0); // not reached: Xlib ends the process with status 1
     });
