@@ -1,0 +1,41 @@
+#ifndef KOR_ADAPTER_ADAPTER_H
+#define KOR_ADAPTER_ADAPTER_H
+
+#include <X11/Xlib.h>
+
+/// libkor-sysgl.so stands between libGL_KOR.so and the system's GL library. Its dlopen handle is
+/// given to kor_init in place of the system's: it exports the functions that the library calls
+/// (src/core/system_functions.def), each as an indirect function that dlsym resolves to
+///   - the driver's own function, where the drivers are what the library expects,
+///   - a function of ours that calls the driver's, where some driver is not,
+///   - null, where the driver lacks it.
+/// What is made right, one file for each cause:
+///   front_buffer.h             a driver that forgets a pbuffer's front buffer at a swap
+///   pbuffer_put_error.h        a driver whose pbuffers answer with BadMatch
+///   release_without_context.h  a make-current of a drawable without a context
+///   id_range.h                 ids of two servers that are alike
+///   driver.h                   a system library that is our own front
+/// bound_objects.h keeps what is current alive meanwhile; local_displays.h holds the tables.
+
+/// The name of a symbol that every front library of ours defines, so that none of them is ever
+/// taken for the system's library.
+#define KOR_FRONT_MARKER "kor_front_marker"
+
+extern "C" {
+
+/// Tells where the driver's functions come from: systemHandle is the dlopen handle of the system's
+/// GL library, opened by its full path, and stays open. Called once, on any thread, before any of
+/// the exported names is looked up. False, with nothing changed, when the handle is null, when it
+/// lacks glXSwapBuffers, when it leads to a front library of ours or to this one, or when another
+/// handle was given before.
+__attribute__((visibility("default"))) bool kor_adapter_init(void* systemHandle);
+
+/// Prepares a connection to the local display: moves its ids out of the range of the
+/// application's and tries what its driver needs. Called on the thread that opened the connection,
+/// before anything else is done with it and before another thread knows it. The calling thread's
+/// current context is left as it was. Never fails visibly: where nothing can be tried, nothing is
+/// changed. What it sets up ends with XCloseDisplay.
+__attribute__((visibility("default"))) void kor_adapter_local_display(Display* display);
+}
+
+#endif

@@ -1,0 +1,204 @@
+#include "bound_objects.h"
+
+#include "driver.h"
+
+namespace kor::adapter {
+namespace {
+
+/// What a call leaves to be destroyed once the lock is gone.
+struct Remains {
+    Display* display = nullptr;
+    GLXContext context = nullptr;
+    GLXDrawable drawables[2] = {None, None};
+    DestroyDrawable destroyers[2] = {nullptr, nullptr};
+    int count = 0;
+
+    void destroy() const {
+        if (context)
+            driver.glXDestroyContext(display, context);
+        for (int i = 0; i < count; i++)
+            destroyers[i](display, drawables[i]);
+    }
+};
+
+void useDrawable(LocalDisplay& local, GLXDrawable drawable) {
+    const auto found = local.drawables.find(drawable);
+    if (found != local.drawables.end())
+        found->second.users++;
+}
+
+void leaveDrawable(LocalDisplay& local, GLXDrawable drawable, Remains& remains) {
+    const auto found = local.drawables.find(drawable);
+    if (found == local.drawables.end() || found->second.users == 0 || --found->second.users > 0 ||
+        !found->second.doomed)
+        return;
+    remains.drawables[remains.count] = drawable;
+    remains.destroyers[remains.count++] = found->second.destroy;
+    local.drawables.erase(found);
+}
+
+void leaveContext(LocalDisplay& local, GLXContext context, Remains& remains) {
+    const auto found = local.contexts.find(context);
+    if (found == local.contexts.end() || --found->second.users > 0)
+        return;
+    if (found->second.doomed)
+        remains.context = context;
+    local.contexts.erase(found);
+}
+
+void enter(const Binding& binding) {
+    if (!binding.context)
+        return;
+    const std::lock_guard lock(tablesMutex());
+    LocalDisplay* local = findLocalDisplay(binding.display);
+    if (!local)
+        return;
+    local->contexts[binding.context].users++;
+    useDrawable(*local, binding.draw);
+    if (binding.read != binding.draw)
+        useDrawable(*local, binding.read);
+}
+
+void leave(const Binding& binding) {
+    if (!binding.context)
+        return;
+    Remains remains;
+    remains.display = binding.display;
+    {
+        const std::lock_guard lock(tablesMutex());
+        LocalDisplay* local = findLocalDisplay(binding.display);
+        if (!local)
+            return;
+        leaveContext(*local, binding.context, remains);
+        leaveDrawable(*local, binding.draw, remains);
+        if (binding.read != binding.draw)
+            leaveDrawable(*local, binding.read, remains);
+    }
+    remains.destroy();
+}
+
+/// A thread that ends leaves what it has current.
+struct ThreadBinding {
+    Binding binding;
+    ~ThreadBinding() { leave(binding); }
+};
+
+thread_local ThreadBinding threadBinding;
+
+} // namespace
+
+void addDrawable(Display* display, GLXDrawable drawable, GLXFBConfig fbconfig,
+                 DestroyDrawable destroy) {
+    if (drawable == None)
+        return;
+    DrawableEntry entry;
+    entry.fbconfig = fbconfig;
+    entry.destroy = destroy;
+    int doubleBuffered = 0;
+    driver.glXGetFBConfigAttrib(display, fbconfig, GLX_DOUBLEBUFFER, &doubleBuffered);
+    entry.doubleBuffered = doubleBuffered != 0;
+    const std::lock_guard lock(tablesMutex());
+    if (LocalDisplay* local = findLocalDisplay(display))
+        local->drawables.insert_or_assign(drawable, entry);
+}
+
+void destroyDrawable(Display* display, GLXDrawable drawable, DestroyDrawable destroy) {
+    {
+        const std::lock_guard lock(tablesMutex());
+        if (LocalDisplay* local = findLocalDisplay(display)) {
+            const auto found = local->drawables.find(drawable);
+            if (found != local->drawables.end() && found->second.users > 0) {
+                found->second.doomed = true;
+                return;
+            }
+            if (found != local->drawables.end())
+                local->drawables.erase(found);
+        }
+    }
+    destroy(display, drawable);
+}
+
+void destroyContext(Display* display, GLXContext context) {
+    {
+        const std::lock_guard lock(tablesMutex());
+        if (LocalDisplay* local = findLocalDisplay(display)) {
+            const auto found = local->contexts.find(context);
+            if (found != local->contexts.end()) {
+                found->second.doomed = true;
+                return;
+            }
+        }
+    }
+    driver.glXDestroyContext(display, context);
+}
+
+DrawableUse::DrawableUse(Display* display, GLXDrawable drawable)
+    : display_(display), drawable_(drawable) {
+    const std::lock_guard lock(tablesMutex());
+    LocalDisplay* local = findLocalDisplay(display);
+    if (!local)
+        return;
+    const auto found = local->drawables.find(drawable);
+    if (found == local->drawables.end())
+        return;
+    found->second.users++;
+    entry_ = found->second;
+    known_ = true;
+    losesFront_ = local->forgetsFront && entry_.doubleBuffered;
+}
+
+DrawableUse::~DrawableUse() {
+    if (!known_)
+        return;
+    Remains remains;
+    remains.display = display_;
+    {
+        const std::lock_guard lock(tablesMutex());
+        if (LocalDisplay* local = findLocalDisplay(display_))
+            leaveDrawable(*local, drawable_, remains);
+    }
+    remains.destroy();
+}
+
+unsigned DrawableUse::width() {
+    askSize();
+    return entry_.width;
+}
+
+unsigned DrawableUse::height() {
+    askSize();
+    return entry_.height;
+}
+
+void DrawableUse::askSize() {
+    if (entry_.width > 0)
+        return;
+    driver.glXQueryDrawable(display_, drawable_, GLX_WIDTH, &entry_.width);
+    driver.glXQueryDrawable(display_, drawable_, GLX_HEIGHT, &entry_.height);
+    const std::lock_guard lock(tablesMutex());
+    if (LocalDisplay* local = findLocalDisplay(display_)) {
+        const auto found = local->drawables.find(drawable_);
+        if (found != local->drawables.end()) {
+            found->second.width = entry_.width;
+            found->second.height = entry_.height;
+        }
+    }
+}
+
+BindingChange::BindingChange(Display* display, GLXDrawable draw, GLXDrawable read,
+                             GLXContext context)
+    : wanted_{display, draw, read, context} {
+    enter(wanted_);
+}
+
+void BindingChange::finish(bool accepted) {
+    if (!accepted) {
+        leave(wanted_);
+        return;
+    }
+    const Binding old = threadBinding.binding;
+    threadBinding.binding = wanted_;
+    leave(old);
+}
+
+} // namespace kor::adapter

@@ -1,0 +1,69 @@
+#ifndef KOR_ADAPTER_BOUND_OBJECTS_H
+#define KOR_ADAPTER_BOUND_OBJECTS_H
+
+#include "local_displays.h"
+
+namespace kor::adapter {
+
+/// GLX lets an application destroy what is current: it then lives until it is current no more.
+/// Mending the front buffer takes the application's context away for a moment and gives it back,
+/// which must not be the moment of its death. So, on a driver that needs help, what is current in
+/// any thread reaches the driver's destroy function only when the last thread has left it.
+
+/// Drawables made through the adapter. A display that needs no help ignores all of these.
+void addDrawable(Display* display, GLXDrawable drawable, GLXFBConfig fbconfig,
+                 DestroyDrawable destroy);
+/// Destroys now or, when it is in use, later.
+void destroyDrawable(Display* display, GLXDrawable drawable, DestroyDrawable destroy);
+/// The same for a context.
+void destroyContext(Display* display, GLXContext context);
+
+/// Keeps a drawable alive for a scope, and gives what is known of it.
+class DrawableUse {
+  public:
+    DrawableUse(Display* display, GLXDrawable drawable);
+    ~DrawableUse();
+    DrawableUse(const DrawableUse&) = delete;
+    DrawableUse& operator=(const DrawableUse&) = delete;
+
+    /// False for a drawable that was not made through the adapter on a display in the tables.
+    bool known() const { return known_; }
+    /// Double-buffered, on a driver that forgets front buffers.
+    bool losesFront() const { return losesFront_; }
+    GLXFBConfig fbconfig() const { return entry_.fbconfig; }
+    /// In pixels; asks the driver once. A drawable of this kind never changes its size.
+    unsigned width();
+    unsigned height();
+
+  private:
+    void askSize();
+
+    Display* display_;
+    GLXDrawable drawable_;
+    DrawableEntry entry_; // a copy
+    bool known_ = false;
+    bool losesFront_ = false;
+};
+
+/// What a thread has current on a display of the tables.
+struct Binding {
+    Display* display = nullptr;
+    GLXDrawable draw = None;
+    GLXDrawable read = None;
+    GLXContext context = nullptr;
+};
+
+/// Around the driver's make-current: the constructor counts the new binding, finish() keeps it and
+/// leaves the thread's old one, or, when the driver refused, undoes it.
+class BindingChange {
+  public:
+    BindingChange(Display* display, GLXDrawable draw, GLXDrawable read, GLXContext context);
+    void finish(bool accepted);
+
+  private:
+    Binding wanted_;
+};
+
+} // namespace kor::adapter
+
+#endif

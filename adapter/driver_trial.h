@@ -1,0 +1,22 @@
+#ifndef KOR_ADAPTER_DRIVER_TRIAL_H
+#define KOR_ADAPTER_DRIVER_TRIAL_H
+
+#include <X11/Xlib.h>
+
+namespace kor::adapter {
+
+/// What a driver was seen to do.
+struct DriverHabits {
+    bool forgetsFront = false; // see front_buffer.h
+    bool putErrors = false;    // see pbuffer_put_error.h
+};
+
+/// Tries the driver of a connection once: draws into a small pbuffer, swaps, draws again, and reads
+/// the front buffer in a second context. Called while the connection is the calling thread's own;
+/// what the thread has current is put back, and no error of the trial reaches an error handler. A
+/// driver that cannot be tried has no bad habits.
+DriverHabits tryDriver(Display* display);
+
+} // namespace kor::adapter
+
+#endif

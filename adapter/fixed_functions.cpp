@@ -1,0 +1,138 @@
+#include "fixed_functions.h"
+
+#include "bound_objects.h"
+#include "driver.h"
+#include "front_buffer.h"
+#include "pbuffer_put_error.h"
+#include "release_without_context.h"
+
+#include <cstring>
+
+/// The functions that stand before the driver's. Each tells its arguments to the fixes that it
+/// concerns; on a driver that needs no help it is one test and the driver's function.
+namespace kor::adapter {
+namespace {
+
+Bool makeContextCurrent(Display* display, GLXDrawable draw, GLXDrawable read, GLXContext context) {
+    releaseWithoutContext(context, draw, read);
+    if (noHelpNeeded())
+        return driver.glXMakeContextCurrent(display, draw, read, context);
+    BindingChange change(display, draw, read, context);
+    const Bool accepted = driver.glXMakeContextCurrent(display, draw, read, context);
+    change.finish(accepted);
+    return accepted;
+}
+
+Bool makeCurrent(Display* display, GLXDrawable drawable, GLXContext context) {
+    GLXDrawable read = drawable;
+    releaseWithoutContext(context, drawable, read);
+    if (noHelpNeeded())
+        return driver.glXMakeCurrent(display, drawable, context);
+    BindingChange change(display, drawable, drawable, context);
+    const Bool accepted = driver.glXMakeCurrent(display, drawable, context);
+    change.finish(accepted);
+    return accepted;
+}
+
+/// What the adapter does for a pbuffer when it dies, at once or after the last thread left it.
+template <auto destroy> void destroyPbuffer(Display* display, GLXDrawable pbuffer) {
+    (driver.*destroy)(display, pbuffer);
+    removePbuffer(display, pbuffer);
+}
+
+template <auto destroy> void destroyPixmap(Display* display, GLXDrawable pixmap) {
+    (driver.*destroy)(display, pixmap);
+}
+
+GLXPbuffer createPbuffer(Display* display, GLXFBConfig config, const int* attributes) {
+    if (noHelpNeeded())
+        return driver.glXCreatePbuffer(display, config, attributes);
+    const GLXPbuffer made = driver.glXCreatePbuffer(display, config, attributes);
+    addPbuffer(display, made);
+    addDrawable(display, made, config, destroyPbuffer<&Driver::glXDestroyPbuffer>);
+    return made;
+}
+
+GLXPbufferSGIX createPbufferSGIX(Display* display, GLXFBConfigSGIX config, unsigned width,
+                                 unsigned height, int* attributes) {
+    if (noHelpNeeded())
+        return driver.glXCreateGLXPbufferSGIX(display, config, width, height, attributes);
+    const GLXPbufferSGIX made =
+        driver.glXCreateGLXPbufferSGIX(display, config, width, height, attributes);
+    addPbuffer(display, made);
+    addDrawable(display, made, config, destroyPbuffer<&Driver::glXDestroyGLXPbufferSGIX>);
+    return made;
+}
+
+GLXPixmap createPixmap(Display* display, GLXFBConfig config, Pixmap pixmap, const int* attributes) {
+    const GLXPixmap made = driver.glXCreatePixmap(display, config, pixmap, attributes);
+    if (!noHelpNeeded())
+        addDrawable(display, made, config, destroyPixmap<&Driver::glXDestroyPixmap>);
+    return made;
+}
+
+GLXPixmap createPixmapSGIX(Display* display, GLXFBConfigSGIX config, Pixmap pixmap) {
+    const GLXPixmap made = driver.glXCreateGLXPixmapWithConfigSGIX(display, config, pixmap);
+    if (!noHelpNeeded())
+        addDrawable(display, made, config, destroyPixmap<&Driver::glXDestroyGLXPixmap>);
+    return made;
+}
+
+template <auto destroy, auto helped> void destroyFixed(Display* display, GLXDrawable drawable) {
+    if (noHelpNeeded())
+        return (driver.*destroy)(display, drawable);
+    destroyDrawable(display, drawable, helped);
+}
+
+void destroyContextFixed(Display* display, GLXContext context) {
+    if (noHelpNeeded())
+        return driver.glXDestroyContext(display, context);
+    destroyContext(display, context);
+}
+
+struct FixedFunction {
+    const char* name;
+    void* function;
+};
+
+template <typename Function> FixedFunction fixed(const char* name, Function* function) {
+    return {name, reinterpret_cast<void*>(function)};
+}
+
+void* findFixed(const char* name) {
+    static const FixedFunction functions[] = {
+        fixed("glXSwapBuffers", swapBuffersKeepingFront),
+        fixed("glXMakeCurrent", makeCurrent),
+        fixed("glXMakeContextCurrent", makeContextCurrent),
+        fixed("glXCreatePbuffer", createPbuffer),
+        fixed("glXCreateGLXPbufferSGIX", createPbufferSGIX),
+        fixed("glXCreatePixmap", createPixmap),
+        fixed("glXCreateGLXPixmapWithConfigSGIX", createPixmapSGIX),
+        fixed("glXDestroyPbuffer",
+              destroyFixed<&Driver::glXDestroyPbuffer, destroyPbuffer<&Driver::glXDestroyPbuffer>>),
+        fixed("glXDestroyGLXPbufferSGIX",
+              destroyFixed<&Driver::glXDestroyGLXPbufferSGIX,
+                           destroyPbuffer<&Driver::glXDestroyGLXPbufferSGIX>>),
+        fixed("glXDestroyPixmap",
+              destroyFixed<&Driver::glXDestroyPixmap, destroyPixmap<&Driver::glXDestroyPixmap>>),
+        fixed("glXDestroyGLXPixmap", destroyFixed<&Driver::glXDestroyGLXPixmap,
+                                                  destroyPixmap<&Driver::glXDestroyGLXPixmap>>),
+        fixed("glXDestroyContext", destroyContextFixed),
+    };
+    for (const FixedFunction& candidate : functions)
+        if (!std::strcmp(candidate.name, name))
+            return candidate.function;
+    return nullptr;
+}
+
+} // namespace
+
+void* resolveFunction(const char* name) {
+    void* const drivers = source() ? source()->find(name) : nullptr;
+    if (!drivers)
+        return nullptr;
+    void* const ours = findFixed(name);
+    return ours ? ours : drivers;
+}
+
+} // namespace kor::adapter

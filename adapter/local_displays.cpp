@@ -1,0 +1,73 @@
+#include "local_displays.h"
+
+#include "driver.h"
+
+#include <X11/Xlibint.h>
+#undef min
+#undef max
+
+#include <pthread.h>
+#include <unistd.h>
+
+namespace kor::adapter {
+
+std::atomic<bool> helpNeeded{false};
+
+namespace {
+
+using Table = std::unordered_map<Display*, LocalDisplay>;
+
+// Both live until the process ends: threads may still swap while it exits.
+struct Tables {
+    std::mutex mutex;
+    Table displays;
+};
+
+Tables& tables() {
+    static Tables* const made = [] {
+        pthread_atfork([] { tablesMutex().lock(); }, [] { tablesMutex().unlock(); },
+                       [] { tablesMutex().unlock(); });
+        return new Tables;
+    }();
+    return *made;
+}
+
+int forgetDisplay(Display* display, XExtCodes* /*codes*/) {
+    Table::node_type closed;
+    {
+        const std::lock_guard lock(tables().mutex);
+        closed = tables().displays.extract(display);
+    }
+    if (closed.empty() || closed.mapped().owner != getpid())
+        return 0;
+    for (const auto& helpers : closed.mapped().idleHelpers)
+        for (GLXContext helper : helpers.second)
+            driver.glXDestroyContext(display, helper);
+    return 0;
+}
+
+} // namespace
+
+std::mutex& tablesMutex() {
+    return tables().mutex;
+}
+
+LocalDisplay* findLocalDisplay(Display* display) {
+    const auto found = tables().displays.find(display);
+    return found == tables().displays.end() ? nullptr : &found->second;
+}
+
+void addLocalDisplay(Display* display, bool forgetsFront) {
+    XExtCodes* codes = XAddExtension(display);
+    if (!codes)
+        return; // without it the entry would outlive the connection
+    XESetCloseDisplay(display, codes->extension, forgetDisplay);
+    LocalDisplay entry;
+    entry.owner = getpid();
+    entry.forgetsFront = forgetsFront;
+    const std::lock_guard lock(tables().mutex);
+    tables().displays.insert_or_assign(display, std::move(entry));
+    helpNeeded.store(true, std::memory_order_relaxed);
+}
+
+} // namespace kor::adapter
