@@ -1,0 +1,77 @@
+// The linker sends every call of these functions that this program's objects make to __wrap_NAME
+// (see CMakeLists.txt).
+#include "interposed.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <string_view>
+#include <unistd.h>
+
+namespace kor::test {
+
+std::string systemFolder;
+std::string uptimeFile;
+std::optional<std::string> executableLink;
+int failingAllocations;
+std::optional<timeval> timeOfDay;
+
+namespace {
+
+std::string redirected(const char* name) {
+    constexpr std::string_view system = "/etc/kor/";
+    const std::string_view path(name);
+    if (!systemFolder.empty() && path.starts_with(system))
+        return systemFolder + "/" + std::string(path.substr(system.size()));
+    if (!uptimeFile.empty() && path == "/proc/uptime")
+        return uptimeFile;
+    return name;
+}
+
+} // namespace
+
+extern "C" {
+
+int __real_access(const char*, int);
+int __wrap_access(const char* name, int mode) {
+    return __real_access(redirected(name).c_str(), mode);
+}
+
+FILE* __real_fopen(const char*, const char*);
+FILE* __wrap_fopen(const char* name, const char* mode) {
+    return __real_fopen(redirected(name).c_str(), mode);
+}
+
+ssize_t __real_readlink(const char*, char*, size_t);
+ssize_t __wrap_readlink(const char* name, char* buffer, size_t size) {
+    if (!executableLink)
+        return __real_readlink(name, buffer, size);
+    if (*executableLink == "!") {
+        errno = EACCES;
+        return -1;
+    }
+    const size_t length = std::min(size, executableLink->size());
+    memcpy(buffer, executableLink->data(), length);
+    return static_cast<ssize_t>(length);
+}
+
+void* __real_calloc(size_t, size_t);
+void* __wrap_calloc(size_t count, size_t size) {
+    if (failingAllocations > 0) {
+        --failingAllocations;
+        return nullptr;
+    }
+    return __real_calloc(count, size);
+}
+
+int __real_gettimeofday(timeval*, void*);
+int __wrap_gettimeofday(timeval* now, void* zone) {
+    if (!timeOfDay)
+        return __real_gettimeofday(now, zone);
+    *now = *timeOfDay;
+    return 0;
+}
+}
+
+} // namespace kor::test

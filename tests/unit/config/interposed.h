@@ -1,0 +1,23 @@
+#ifndef KOR_TESTS_UNIT_CONFIG_INTERPOSED_H
+#define KOR_TESTS_UNIT_CONFIG_INTERPOSED_H
+
+#include <optional>
+#include <string>
+#include <sys/time.h>
+
+namespace kor::test {
+
+/// Stands in for /etc/kor; empty: the real one.
+extern std::string systemFolder;
+/// Opened in place of /proc/uptime; empty: the real one.
+extern std::string uptimeFile;
+/// The text of /proc/self/exe instead of the real one; "!" is a link that cannot be read.
+extern std::optional<std::string> executableLink;
+/// How many of the next calls of calloc find no memory.
+extern int failingAllocations;
+/// The time of day instead of the real one.
+extern std::optional<timeval> timeOfDay;
+
+} // namespace kor::test
+
+#endif
