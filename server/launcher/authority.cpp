@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -26,35 +27,11 @@ std::string folder() {
     return "/tmp";
 }
 
-/// Writes the entry to a new file beside the final one's place. Returns the new file's path.
-std::string writeEntry(const std::string& pattern, const std::string& cookie,
-                       std::optional<int> display) {
-    std::string path = pattern + "XXXXXX";
-    const int file = mkstemp(path.data());
-    FILE* stream = file == -1 ? nullptr : fdopen(file, "w");
-    if (!stream)
-        throw Problem(Problem::StartFailed,
-                      "the authority file " + path + " cannot be made: " + strerror(errno));
-
-    // An empty number stands for every display; the family for every way to reach it, so that a
-    // host name that changes later does no harm.
-    std::string number = display ? std::to_string(*display) : "";
-    char name[] = "MIT-MAGIC-COOKIE-1";
-    std::string data = cookie;
-    Xauth entry{};
-    entry.family = FamilyWild;
-    entry.number_length = static_cast<unsigned short>(number.size());
-    entry.number = number.data();
-    entry.name_length = sizeof name - 1;
-    entry.name = name;
-    entry.data_length = static_cast<unsigned short>(data.size());
-    entry.data = data.data();
-    const bool written = XauWriteAuth(stream, &entry) != 0;
-    if (fclose(stream) != 0 || !written) {
-        unlink(path.c_str());
-        throw Problem(Problem::StartFailed, "the authority file " + path + " cannot be written");
-    }
-    return path;
+std::string random(size_t length) {
+    std::string bytes(length, '\0');
+    if (getrandom(bytes.data(), length, 0) != static_cast<ssize_t>(length))
+        throw Problem(Problem::StartFailed, "the system gives no random numbers for a cookie");
+    return bytes;
 }
 
 } // namespace
@@ -73,16 +50,40 @@ void checkAuthority(const std::string& path) {
     XauDisposeAuth(entry);
 }
 
-Authority::Authority(std::optional<int> display) : m_cookie(cookieLength, '\0') {
-    if (getrandom(m_cookie.data(), m_cookie.size(), 0) != static_cast<ssize_t>(m_cookie.size()))
-        throw Problem(Problem::StartFailed, "the system gives no random numbers for a cookie");
-    m_path = writeEntry(folder() + "/Xkor-auth-", m_cookie, display);
+Authority::Authority() : m_path(folder() + "/Xkor-auth-"), m_cookie(random(cookieLength)) {
+    constexpr const char* digits = "0123456789abcdef";
+    for (const char byte : random(8)) {
+        m_path += digits[static_cast<unsigned char>(byte) >> 4];
+        m_path += digits[static_cast<unsigned char>(byte) & 15];
+    }
 }
 
-void Authority::setDisplay(int display) {
-    const std::string fresh = writeEntry(m_path + ".", m_cookie, display);
-    if (rename(fresh.c_str(), m_path.c_str()) != 0)
-        unlink(fresh.c_str());
+void Authority::write(std::optional<int> display) const {
+    const std::string path = successorOf(m_path);
+    const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+    FILE* stream = file == -1 ? nullptr : fdopen(file, "w");
+    if (!stream)
+        throw Problem(Problem::StartFailed,
+                      "the authority file " + path + " cannot be made: " + strerror(errno));
+
+    // An empty number stands for every display; the family for every way to reach it, so that a
+    // host name that changes later does no harm.
+    std::string number = display ? std::to_string(*display) : "";
+    char name[] = "MIT-MAGIC-COOKIE-1";
+    std::string data = m_cookie;
+    Xauth entry{};
+    entry.family = FamilyWild;
+    entry.number_length = static_cast<unsigned short>(number.size());
+    entry.number = number.data();
+    entry.name_length = sizeof name - 1;
+    entry.name = name;
+    entry.data_length = static_cast<unsigned short>(data.size());
+    entry.data = data.data();
+    const bool written = XauWriteAuth(stream, &entry) != 0;
+    if (fclose(stream) != 0 || !written || rename(path.c_str(), m_path.c_str()) != 0) {
+        unlink(path.c_str());
+        throw Problem(Problem::StartFailed, "the authority file " + m_path + " cannot be written");
+    }
 }
 
 } // namespace kor::server

@@ -14,15 +14,18 @@ void checkAuthority(const std::string& path);
 /// Not removed here: the janitor does that, also when the launcher is killed.
 class Authority {
   public:
-    /// Makes the file; while the display number is not known its entry holds for every number.
-    /// Throws Problem.
-    explicit Authority(std::optional<int> display);
+    /// Draws the cookie and the file's name; the file is not there yet. Throws Problem.
+    Authority();
 
-    /// Narrows the entry to one display number. Readers see the old file or the new one.
-    void setDisplay(int display);
+    /// Writes the file, in the place of what it was before: readers see the old one or the new one.
+    /// Without a display number the entry holds for every number. Throws Problem.
+    void write(std::optional<int> display) const;
 
     [[nodiscard]] const std::string& path() const { return m_path; }
     [[nodiscard]] const std::string& cookie() const { return m_cookie; }
+
+    /// Where the next contents of an authority file are written before they take its place.
+    static std::string successorOf(const std::string& path) { return path + ".new"; }
 
   private:
     std::string m_path;

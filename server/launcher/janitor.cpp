@@ -1,9 +1,13 @@
 #include "janitor.h"
 
+#include "authority.h"
+#include "problem.h"
+
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/prctl.h>
@@ -18,53 +22,39 @@ extern "C" {
 
 namespace kor::server {
 
-namespace {
-
-constexpr int serverEndsWithinMilliseconds = 10000;
-
-/// What a server that is killed leaves in /tmp.
-struct Traces {
+/// What a server that is killed leaves in /tmp, and by what it is known.
+struct Janitor::Traces {
+    pid_t server = -1;
+    int serverFile = -1; ///< a process file descriptor
     std::string lock;
     std::string socket;
     struct stat socketAtStart {};
 };
 
-/// Reads the display number, if it comes, and waits until the launcher is gone.
-Traces waitForLauncher(int lifeline) {
-    Traces traces;
-    int display = -1;
-    for (;;) {
-        const ssize_t got = read(lifeline, &display, sizeof display);
-        if (got == static_cast<ssize_t>(sizeof display)) {
-            traces.lock = "/tmp/.X" + std::to_string(display) + "-lock";
-            traces.socket = "/tmp/.X11-unix/X" + std::to_string(display);
-            stat(traces.socket.c_str(), &traces.socketAtStart);
-        } else if (got != -1 || errno != EINTR) {
-            return traces;
-        }
-    }
-}
+namespace {
+
+constexpr int serverEndsWithinMilliseconds = 10000;
 
 /// The dying launcher has sent the server its signal already; one that does not heed it is killed.
-void waitForServer(int server) {
-    pollfd wait{server, POLLIN, 0};
+void waitForServer(int serverFile) {
+    pollfd wait{serverFile, POLLIN, 0};
     if (poll(&wait, 1, serverEndsWithinMilliseconds) == 0) {
-        pidfd_send_signal(server, SIGKILL, nullptr, 0);
+        pidfd_send_signal(serverFile, SIGKILL, nullptr, 0);
         poll(&wait, 1, serverEndsWithinMilliseconds);
     }
 }
 
-/// A server that ends by itself has removed its traces; what another server has put in their place
-/// meanwhile stays.
-void removeTraces(pid_t server, const Traces& traces) {
+/// What another server has put in the place of a removed socket meanwhile stays.
+void removeSocket(const std::string& path, const struct stat& atStart) {
     struct stat now {};
-    if (stat(traces.socket.c_str(), &now) == 0 && now.st_ino == traces.socketAtStart.st_ino &&
-        now.st_dev == traces.socketAtStart.st_dev &&
-        now.st_ctim.tv_sec == traces.socketAtStart.st_ctim.tv_sec &&
-        now.st_ctim.tv_nsec == traces.socketAtStart.st_ctim.tv_nsec)
-        unlink(traces.socket.c_str());
+    if (stat(path.c_str(), &now) == 0 && now.st_ino == atStart.st_ino &&
+        now.st_dev == atStart.st_dev && now.st_ctim.tv_sec == atStart.st_ctim.tv_sec &&
+        now.st_ctim.tv_nsec == atStart.st_ctim.tv_nsec)
+        unlink(path.c_str());
+}
 
-    FILE* file = fopen(traces.lock.c_str(), "re");
+void removeLock(const std::string& path, pid_t server) {
+    FILE* file = fopen(path.c_str(), "re");
     if (!file)
         return;
     char text[32] = {};
@@ -72,48 +62,88 @@ void removeTraces(pid_t server, const Traces& traces) {
         fgets(text, sizeof text, file) != nullptr && strtol(text, nullptr, 10) == server;
     fclose(file);
     if (ours)
-        unlink(traces.lock.c_str());
+        unlink(path.c_str());
 }
 
 } // namespace
 
-bool Janitor::start(const Remains& remains) {
-    int ends[2];
-    if (pipe2(ends, O_CLOEXEC) != 0)
-        return false;
-    // Opened before the server can have been waited for, so that the number means no one else.
-    const int server = pidfd_open(remains.server, 0);
-    m_process = fork();
-    if (m_process != 0) {
-        close(ends[0]);
-        if (server != -1)
-            close(server);
-        m_lifeline = ends[1];
-        return m_process > 0;
-    }
+std::string pendingLog(const std::string& logFolder, pid_t server) {
+    return logFolder + "/Xkor.pid-" + std::to_string(server) + ".log"; // the server's own habit
+}
 
+std::string failedLog(const std::string& logFolder) {
+    return logFolder + "/Xkor.failed.log";
+}
+
+Janitor::Traces Janitor::waitForLauncher(int lifeline) {
+    Traces traces;
+    for (;;) {
+        Message message{};
+        const ssize_t got = read(lifeline, &message, sizeof message);
+        if (got != static_cast<ssize_t>(sizeof message)) {
+            if (got == -1 && errno == EINTR)
+                continue;
+            return traces;
+        }
+        const std::string number = std::to_string(message.value);
+        switch (message.kind) {
+        case Message::Server:
+            traces.server = message.value;
+            traces.serverFile = pidfd_open(message.value, 0);
+            break;
+        case Message::Display:
+            traces.lock = "/tmp/.X" + number + "-lock";
+            traces.socket = "/tmp/.X11-unix/X" + number;
+            stat(traces.socket.c_str(), &traces.socketAtStart);
+            break;
+        }
+    }
+}
+
+void Janitor::work(const Remains& remains, int lifeline) {
     // Signals to the whole process group are the launcher's business.
     sigset_t all;
     sigfillset(&all);
     sigprocmask(SIG_SETMASK, &all, nullptr);
     prctl(PR_SET_NAME, "Xkor-janitor");
-    dup2(ends[0], 0);
-    dup2(server, 1);
+    dup2(lifeline, 0);
+    dup2(2, 1);
     close_range(3, ~0U, 0);
+
     const Traces traces = waitForLauncher(0);
-    if (server != -1)
-        waitForServer(1);
-    removeTraces(remains.server, traces);
-    if (!remains.authority.empty())
+    if (traces.serverFile != -1)
+        waitForServer(traces.serverFile);
+    if (!traces.socket.empty()) {
+        removeSocket(traces.socket, traces.socketAtStart);
+        removeLock(traces.lock, traces.server);
+    }
+    if (!remains.authority.empty()) {
         unlink(remains.authority.c_str());
-    if (!remains.logOfPendingStart.empty())
-        rename(remains.logOfPendingStart.c_str(), remains.logOfFailedStart.c_str());
+        unlink(Authority::successorOf(remains.authority).c_str());
+    }
+    if (!remains.logFolder.empty() && traces.server != -1)
+        rename(pendingLog(remains.logFolder, traces.server).c_str(),
+               failedLog(remains.logFolder).c_str());
     _exit(0);
 }
 
-void Janitor::setDisplay(int display) {
-    if (m_lifeline != -1 && write(m_lifeline, &display, sizeof display) == -1)
-        perror("Xkor: the janitor process is gone");
+void Janitor::start(const Remains& remains) {
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0)
+        throw Problem(Problem::StartFailed, std::string("no pipe: ") + strerror(errno));
+    m_process = fork();
+    if (m_process == 0)
+        work(remains, ends[0]);
+    close(ends[0]);
+    m_lifeline = ends[1];
+    if (m_process == -1)
+        throw Problem(Problem::StartFailed, std::string("no process: ") + strerror(errno));
+}
+
+void Janitor::tell(Message::Kind kind, int value) {
+    const Message message{kind, value};
+    if (write(m_lifeline, &message, sizeof message) == -1)
+        perror("Xkor: the janitor process is gone, files may be left behind");
 }
 
 void Janitor::finish() {

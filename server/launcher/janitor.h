@@ -13,11 +13,8 @@ namespace kor::server {
 class Janitor {
   public:
     struct Remains {
-        pid_t server = -1;     ///< the launcher's child
         std::string authority; ///< empty: not ours to remove
-        std::string
-            logOfPendingStart; ///< name of the log while no display number is known, or empty
-        std::string logOfFailedStart; ///< what that log is then renamed to
+        std::string logFolder; ///< empty: the log of a failed start is not ours to see to
     };
 
     Janitor() = default;
@@ -25,20 +22,35 @@ class Janitor {
     Janitor& operator=(const Janitor&) = delete;
     ~Janitor();
 
-    /// Forks. The janitor keeps no file of the caller's open but the standard error output. Without
-    /// a process to spare nothing is started, and false is returned.
-    bool start(const Remains& remains);
+    /// Forks; to be called before anything of what it removes is made. It keeps no file of the
+    /// caller's open but the standard error output. Throws Problem.
+    void start(const Remains& remains);
 
-    /// Tells it the server's display number, once it is known.
-    void setDisplay(int display);
+    /// Tells it of the server, and of its display number once that is known.
+    void setServer(pid_t process) { tell(Message::Server, process); }
+    void setDisplay(int display) { tell(Message::Display, display); }
 
     /// Lets it do its work, and waits until that is done.
     void finish();
 
   private:
+    struct Message {
+        enum Kind { Server, Display } kind;
+        int value;
+    };
+    struct Traces;
+
+    void tell(Message::Kind kind, int value);
+    [[noreturn]] static void work(const Remains& remains, int lifeline);
+    static Traces waitForLauncher(int lifeline);
+
     pid_t m_process = -1;
     int m_lifeline = -1; ///< its end of file means that the launcher is gone
 };
+
+/// The log of a server that has no display number yet, and of one that never got any.
+std::string pendingLog(const std::string& logFolder, pid_t server);
+std::string failedLog(const std::string& logFolder);
 
 } // namespace kor::server
 

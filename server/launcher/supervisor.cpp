@@ -15,6 +15,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <optional>
 #include <poll.h>
 #include <sys/signalfd.h>
 #include <sys/wait.h>
@@ -84,6 +85,12 @@ class Supervisor {
         sigaction(SIGUSR1, nullptr, &action);
         return action.sa_handler == SIG_IGN;
     }
+    /// The number that the server is told to take; none when it is to look for a free one.
+    [[nodiscard]] std::optional<int> displayAtStart() const {
+        if (!m_options.display && m_options.displayFd)
+            return std::nullopt;
+        return m_options.display.value_or(0);
+    }
     void takeSignals();
     void start();
     [[nodiscard]] std::vector<std::string> serverArguments(const std::string& modulePath);
@@ -126,11 +133,10 @@ void Supervisor::takeSignals() {
 }
 
 std::vector<std::string> Supervisor::serverArguments(const std::string& modulePath) {
-    const std::string number = m_options.display ? std::to_string(*m_options.display) : "0";
-    const bool known = m_options.display || !m_options.displayFd;
+    const std::optional<int> number = displayAtStart();
     std::vector<std::string> arguments;
-    if (known)
-        arguments.push_back(":" + number);
+    if (number)
+        arguments.push_back(":" + std::to_string(*number));
     // Ours come first: of contrary options the server heeds the last.
     arguments.insert(arguments.end(),
                      {"-displayfd", std::to_string(serverDisplayFile), "-config",
@@ -142,9 +148,10 @@ std::vector<std::string> Supervisor::serverArguments(const std::string& modulePa
     if (!m_options.ownLog) {
         std::string folder;
         for (const char character : m_logFolder) // the server expands %s in the name
-            folder += character == '%' && !known ? "%%" : std::string(1, character);
-        arguments.insert(arguments.end(),
-                         {"-logfile", folder + "/Xkor." + (known ? number : "%s") + ".log"});
+            folder += character == '%' && !number ? "%%" : std::string(1, character);
+        arguments.insert(
+            arguments.end(),
+            {"-logfile", folder + "/Xkor." + (number ? std::to_string(*number) : "%s") + ".log"});
     }
     arguments.insert(arguments.end(), m_options.further.begin(), m_options.further.end());
     return arguments;
@@ -153,45 +160,37 @@ std::vector<std::string> Supervisor::serverArguments(const std::string& modulePa
 std::string Supervisor::whereIsTheLog() const {
     if (m_options.ownLog)
         return "";
-    if (m_options.display || !m_options.displayFd)
-        return " (log: " + m_logFolder + "/Xkor." + std::to_string(m_options.display.value_or(0)) +
-               ".log)";
-    return " (log: " + m_logFolder + "/Xkor.failed.log)";
+    const std::optional<int> number = displayAtStart();
+    return " (log: " +
+           (number ? m_logFolder + "/Xkor." + std::to_string(*number) + ".log"
+                   : failedLog(m_logFolder)) +
+           ")";
 }
 
 void Supervisor::start() {
     const ServerFiles files = findServerFiles(m_options);
-    const bool known = m_options.display || !m_options.displayFd;
-    const int number = m_options.display.value_or(0);
-    if (known)
-        checkDisplayFree(number);
+    const std::optional<int> number = displayAtStart();
+    if (number)
+        checkDisplayFree(*number);
     if (!m_options.authority.empty())
         checkAuthority(m_options.authority);
     if (!m_options.ownLog)
         m_logFolder = logFolder();
     takeSignals();
     const int configuration = configurationFile(configurationText(m_options));
-    if (m_options.authority.empty())
-        m_authority = std::make_unique<Authority>(known ? std::optional(number) : std::nullopt);
+
     Janitor::Remains remains;
-    try {
-        m_server = startServer(files.program, serverArguments(files.modulePath), configuration);
-    } catch (const Problem&) {
-        if (m_authority)
-            unlink(m_authority->path().c_str());
-        throw;
-    }
-    close(configuration);
-    remains.server = m_server.process;
-    if (m_authority)
+    if (m_options.authority.empty()) {
+        m_authority = std::make_unique<Authority>();
         remains.authority = m_authority->path();
-    if (!m_options.ownLog && !known) {
-        remains.logOfPendingStart =
-            m_logFolder + "/Xkor.pid-" + std::to_string(m_server.process) + ".log";
-        remains.logOfFailedStart = m_logFolder + "/Xkor.failed.log";
     }
-    if (!m_janitor.start(remains))
-        fprintf(stderr, "Xkor: no process for cleaning up: files may be left behind\n");
+    remains.logFolder = m_logFolder;
+    m_janitor.start(remains);
+    if (m_authority)
+        m_authority->write(number);
+    m_server = startServer(files.program, serverArguments(files.modulePath), configuration);
+    m_janitor.setServer(m_server.process);
+    close(configuration);
     m_deadline = Clock::now() + startTakesAtMost;
 }
 
@@ -224,7 +223,11 @@ void Supervisor::handleDisplay() {
         if (!m_asked)
             m_deadline = Clock::time_point::max();
         if (m_authority) {
-            m_authority->setDisplay(display);
+            try {
+                m_authority->write(display);
+            } catch (const Problem& problem) { // the entry for every number still serves
+                fprintf(stderr, "Xkor: %s\n", problem.what());
+            }
             fprintf(stderr, "Xkor: to use this server: export DISPLAY=:%d XAUTHORITY=%s\n", display,
                     m_authority->path().c_str());
         }

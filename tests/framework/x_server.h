@@ -20,10 +20,10 @@ class XServer {
 
     struct Options {
         Kind kind = Kind::Xkor;
-        int width = 1024;                   ///< pixels; depth is 24
-        int height = 768;                   ///< pixels
-        std::string glDisplay;              ///< Xkor only; empty: none
-        std::vector<std::string> arguments; ///< further arguments of the server
+        int width = 1024;                     ///< pixels; depth is 24
+        int height = 768;                     ///< pixels
+        std::string glDisplay{};              ///< Xkor only; empty: none
+        std::vector<std::string> arguments{}; ///< further arguments of the server
     };
 
     /// Starts the server and waits until it takes clients, up to a minute. Throws
