@@ -9,12 +9,16 @@
 #ifndef GLX_GLXEXT_PROTOTYPES
 #define GLX_GLXEXT_PROTOTYPES 1
 #endif
+// Current headers declare this one void; the extension and the drivers give it a result.
+#define glXQueryGLXPbufferSGIX glXQueryGLXPbufferSGIX_as_void
 #include <GL/gl.h>
 #include <GL/glext.h>
 #include <GL/glx.h>
 #include <GL/glxext.h>
+#undef glXQueryGLXPbufferSGIX
 
 extern "C" {
+int glXQueryGLXPbufferSGIX(Display* dpy, GLXPbufferSGIX pbuf, int attribute, unsigned int* value);
 // No current header declares it any more; some drivers still have it.
 int glXGetRefreshRateSGI(unsigned int* rate);
 }

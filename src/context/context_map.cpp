@@ -1,0 +1,62 @@
+#include "context/context_map.h"
+
+#include "display/displays.h"
+#include "display/users.h"
+#include "support/handle_text.h"
+#include "support/log.h"
+
+namespace kor::gl {
+
+ContextInfo::ContextInfo(Display* display, GLXContext context, LocalVisualInfo* visualInfo,
+                         GLXFBConfig fbconfig)
+    : display(display), context(context), visualInfo(visualInfo), fbconfig(fbconfig),
+      drawBuffer(visualInfo != nullptr && visualInfo->doubleBuffered ? GL_BACK : GL_FRONT) {}
+
+ContextInfo::~ContextInfo() {
+    _unsetLocalDisplay(display);
+}
+
+ContextMap& getContextMap() {
+    static auto* map = new ContextMap;
+    return *map;
+}
+
+Mutex& getContextMutex() {
+    static auto* mutex = new Mutex;
+    return *mutex;
+}
+
+ContextInfo* findContext(GLXContext ctx) {
+    ContextInfo** record = getContextMap().find(ctx);
+    return record != nullptr ? *record : nullptr;
+}
+
+bool anyContextUses(Display* appDpy) {
+    const Lock lock(getContextMutex());
+    bool found = false;
+    getContextMap().any([&](GLXContext, const ContextInfo* record) {
+        found = found || record->display == appDpy;
+        return false; // every record is looked at
+    });
+    return found;
+}
+
+} // namespace kor::gl
+
+void addToContextMap(Display* dpy, GLXContext ctx, kor::gl::LocalVisualInfo* lvi,
+                     GLXFBConfig fbconfig) {
+    {
+        const kor::Lock lock(kor::gl::getContextMutex());
+        if (kor::gl::ContextInfo** slot = kor::gl::getContextMap().findOrInsert(ctx))
+            *slot = new kor::gl::ContextInfo(dpy, ctx, lvi, fbconfig);
+    }
+    KOR_DEBUG("added context %x to the map.", handleText(ctx));
+}
+
+GLXFBConfig getFBConfig(GLXContext ctx) {
+    const kor::Lock lock(kor::gl::getContextMutex());
+    if (const kor::gl::ContextInfo* record = kor::gl::findContext(ctx))
+        return record->fbconfig;
+    KOR_ERROR("context not found.");
+    return nullptr;
+}

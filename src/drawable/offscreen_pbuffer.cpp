@@ -1,0 +1,85 @@
+#include "drawable/drawable_info.h"
+
+#include "display/local_call.h"
+#include "support/log.h"
+
+#include <algorithm>
+
+namespace kor::gl {
+
+namespace {
+
+constexpr int smallestPbuffer = 10; // pixels; some drivers refuse smaller ones
+
+} // namespace
+
+void DrawableInfo::updateOffscreenPbuffer() {
+    Display* local = _getLocalDisplay(nullptr);
+    if (local == nullptr)
+        return;
+    {
+        const Lock lock(getLocalDisplayMutex());
+        if (released())
+            return;
+        if (localDrawable != 0)
+            system_glXDestroyPbuffer(local, localDrawable);
+        IRect rect;
+        getGeometry(&rect);
+        const int attributes[] = {GLX_PBUFFER_WIDTH,
+                                  std::max(rect.width, smallestPbuffer),
+                                  GLX_PBUFFER_HEIGHT,
+                                  std::max(rect.height, smallestPbuffer),
+                                  GLX_PRESERVED_CONTENTS,
+                                  True,
+                                  None};
+        localDrawable = system_glXCreatePbuffer(local, fbconfig_, attributes);
+        KOR_DEBUG("resized pbuffer to new geometry: %dx%d", rect.width, rect.height);
+    }
+    pbufferNeedsUpdate_ = false;
+}
+
+void DrawableInfo::checkForResize() {
+    KOR_DEBUG("START");
+    if (type != WindowDrawable) {
+        KOR_DEBUG("ignored. %lx is not a window", appDrawable);
+        return;
+    }
+    bool resized = false;
+    bool moved = false;
+    bool visibilityChanged = false;
+    if (!updateWindowInfo(&resized, &moved, &visibilityChanged)) {
+        KOR_DEBUG("failed to update window info");
+        return;
+    }
+    const TSD* tsd = getTSD();
+    Display* local = _getLocalDisplay(nullptr);
+    if (!pbufferNeedsUpdate_ || tsd == nullptr || local == nullptr || released())
+        return;
+
+    if (tsd->currentDrawable != this && tsd->currentReadDrawable != this) {
+        updateOffscreenPbuffer();
+        return;
+    }
+    if (!callLocal(system_glXMakeCurrent, local, GLXDrawable{None}, GLXContext{nullptr})) {
+        KOR_WARNING("failed to unset context");
+        return;
+    }
+    updateOffscreenPbuffer();
+    const GLXContext context = lastContext;
+    if (context == nullptr)
+        return; // the thread stays unbound
+    const Lock lock(getLocalDisplayMutex());
+    Bool bound = False;
+    if (tsd->currentReadDrawable != nullptr) {
+        bound = system_glXMakeContextCurrent(local, localDrawable,
+                                             tsd->currentReadDrawable->localDrawable, context);
+    } else {
+        if (localDrawable == None)
+            return;
+        bound = system_glXMakeCurrent(local, localDrawable, context);
+    }
+    if (!bound)
+        KOR_WARNING("failed to restore context");
+}
+
+} // namespace kor::gl

@@ -1,0 +1,74 @@
+#include "core/entry_points.h"
+#include "display/local_call.h"
+#include "drawable/registry.h"
+#include "support/log.h"
+
+namespace {
+
+void logAttribute(int attribute) {
+#define QUERY_DEBUG(...)                                                                           \
+    KOR_LOG_AT("KORGL", kor::LogDebug, "DEBUG",                                                    \
+               "void kor_glXQueryDrawable(Display*, GLXDrawable, int, unsigned int*)", false,      \
+               __VA_ARGS__)
+    switch (attribute) {
+    case GLX_FBCONFIG_ID:
+        QUERY_DEBUG("querying GLX_FBCONFIG_ID");
+        break;
+    case GLX_PRESERVED_CONTENTS:
+        QUERY_DEBUG("querying GLX_PRESERVED_CONTENTS");
+        break;
+    case GLX_LARGEST_PBUFFER:
+        QUERY_DEBUG("querying GLX_LARGEST_PBUFFER");
+        break;
+    case GLX_WIDTH:
+        QUERY_DEBUG("querying GLX_WIDTH");
+        break;
+    case GLX_HEIGHT:
+        QUERY_DEBUG("querying GLX_HEIGHT");
+        break;
+    default:
+        QUERY_DEBUG("querying %d", attribute);
+    }
+#undef QUERY_DEBUG
+}
+
+} // namespace
+
+void kor_glXQueryDrawable(Display* dpy, GLXDrawable drawable, int attribute, unsigned int* value) {
+    KOR_DEBUG("START");
+    if (value == nullptr)
+        return;
+    if (!_setupAppDisplay(dpy, nullptr)) {
+        *value = 0;
+        return;
+    }
+    logAttribute(attribute);
+    const kor::gl::DrawableRef record = findLocalDrawable(drawable);
+    if (!record) {
+        system_glXQueryDrawable(dpy, drawable, attribute, value);
+        return;
+    }
+    Display* local = _getLocalDisplay(nullptr);
+    if (local == nullptr) {
+        *value = 0;
+        return;
+    }
+    kor::gl::callLocal(system_glXQueryDrawable, local, record->localDrawable.load(), attribute,
+                       value);
+}
+
+int kor_glXQueryGLXPbufferSGIX(Display* dpy, GLXPbufferSGIX pbuffer, int attribute,
+                               unsigned int* value) {
+    KOR_DEBUG("START");
+    if (value == nullptr)
+        return 0;
+    Display* local = _setupAppDisplay(dpy, nullptr) ? _getLocalDisplay(nullptr) : nullptr;
+    if (local == nullptr) {
+        *value = 0;
+        return 0;
+    }
+    const kor::gl::DrawableRef record = findLocalDrawable(pbuffer);
+    if (!record || record->type != kor::gl::PbufferDrawable)
+        return GLX_BAD_ATTRIBUTE;
+    return kor::gl::callLocal(system_glXQueryGLXPbufferSGIX, local, pbuffer, attribute, value);
+}

@@ -1,0 +1,119 @@
+#include "config/settings.h"
+#include "core/entry_points.h"
+#include "core/system_gl.h"
+#include "display/local_call.h"
+#include "entry/extension_filter.h"
+#include "support/log.h"
+
+#include <atomic>
+
+using kor::Lock;
+using kor::gl::callLocal;
+
+namespace {
+
+constexpr const char* ownVendor = "TESSERA s.r.l.";
+
+/// An extension string, built once for whoever asks first. The check is made without the lock, so
+/// two first callers may both build; the earlier text is then left alone, since it was handed out.
+class ExtensionCache {
+  public:
+    const char* get() const { return text_.load(); }
+
+    void build(const char* reported, const char* function) {
+        const char* blacklist = kor::conf::settings().glxExtBlacklist;
+        const Lock lock(mutex_);
+        const char* text = kor::gl::filterExtensions(reported, blacklist);
+        text_.store(text);
+        KOR_LOG_AT("KORGL", kor::LogDebug, "DEBUG", function, false, "Extensions: %s",
+                   text != nullptr ? text : "");
+        if (blacklist != nullptr)
+            KOR_LOG_AT("KORGL", kor::LogDebug, "DEBUG", function, false,
+                       "Blacklisted Extensions: %s", blacklist);
+    }
+
+  private:
+    kor::Mutex mutex_;
+    std::atomic<const char*> text_{nullptr};
+};
+
+ExtensionCache& combinedExtensions() {
+    static auto* cache = new ExtensionCache;
+    return *cache;
+}
+
+ExtensionCache& clientExtensions() {
+    static auto* cache = new ExtensionCache;
+    return *cache;
+}
+
+/// The display to ask: the local one for an application display, none for none.
+Display* localFor(Display* dpy, const char* function) {
+    if (dpy == nullptr) {
+        KOR_LOG_AT("KORGL", kor::LogDebug, "DEBUG", function, false, "Called with NULL display");
+        return nullptr;
+    }
+    _setupAppDisplay(dpy, nullptr);
+    return _getLocalDisplay(nullptr);
+}
+
+} // namespace
+
+const char* kor_glXQueryExtensionsString(Display* dpy, int screen) {
+    KOR_DEBUG("START");
+    if (const char* cached = combinedExtensions().get())
+        return cached;
+    Display* local = localFor(dpy, __PRETTY_FUNCTION__);
+    if (dpy != nullptr) {
+        if (local == nullptr)
+            return combinedExtensions().get();
+        screen = DefaultScreen(local);
+    }
+    const char* reported = callLocal(system_glXQueryExtensionsString, local, screen);
+    combinedExtensions().build(reported, __PRETTY_FUNCTION__);
+    return combinedExtensions().get();
+}
+
+const char* kor_glXGetClientString(Display* dpy, int name) {
+    KOR_DEBUG("querying %d", name);
+    if (name == GLX_EXTENSIONS) {
+        if (const char* cached = clientExtensions().get())
+            return cached;
+    }
+    Display* local = localFor(dpy, __PRETTY_FUNCTION__);
+    if (name == GLX_VENDOR && !kor::conf::settings().originalVendor)
+        return ownVendor;
+    if (dpy != nullptr && local == nullptr)
+        return nullptr;
+    const char* reported = callLocal(system_glXGetClientString, local, name);
+    if (name != GLX_EXTENSIONS)
+        return reported;
+    clientExtensions().build(reported, __PRETTY_FUNCTION__);
+    return clientExtensions().get();
+}
+
+const char* kor_glXQueryServerString(Display* dpy, int screen, int name) {
+    KOR_DEBUG("querying %d", name);
+    Display* local = localFor(dpy, __PRETTY_FUNCTION__);
+    if (dpy != nullptr) {
+        if (local == nullptr)
+            return nullptr;
+        screen = DefaultScreen(local);
+    }
+    if (name == GLX_VENDOR && !kor::conf::settings().originalVendor)
+        return ownVendor;
+    // The server's extensions come unfiltered, unlike the client's: that difference is intended.
+    return callLocal(system_glXQueryServerString, local, screen, name);
+}
+
+Bool kor_glXQueryExtension(Display* dpy, int* errorBase, int* eventBase) {
+    KOR_DEBUG("START");
+    Display* local = localFor(dpy, __PRETTY_FUNCTION__);
+    return callLocal(system_glXQueryExtension, local, errorBase, eventBase);
+}
+
+Bool kor_glXQueryVersion(Display* dpy, int* major, int* minor) {
+    KOR_DEBUG("START");
+    Display* local = localFor(dpy, __PRETTY_FUNCTION__);
+    return callLocal(system_glXQueryVersion, local, major, minor) ? 1 : 0;
+}

@@ -1,0 +1,53 @@
+#include "config/settings.h"
+#include "core/entry_points.h"
+#include "core/system_gl.h"
+#include "display/displays.h"
+#include "drawable/registry.h"
+#include "support/log.h"
+
+void kor_glXSwapBuffers(Display* dpy, GLXDrawable drawable) {
+    KOR_DEBUG("drawable %lx", drawable);
+    if (!_setupAppDisplay(dpy, nullptr) || drawable == None)
+        return;
+    const kor::gl::DrawableRef record = findLocalDrawable(drawable);
+    if (!record) {
+        KOR_DEBUG("no local drawable");
+        return;
+    }
+    if (record->skipNextSwap) {
+        record->skipNextSwap = false;
+        return;
+    }
+    system_glFinish();
+    if (record->isDoubleBuffered()) {
+        Display* local = _getLocalDisplay(nullptr);
+        if (local == nullptr) {
+            KOR_DEBUG("No local display");
+            return;
+        }
+        {
+            const kor::Lock lock(getLocalDisplayMutex());
+            system_glXSwapBuffers(local, record->localDrawable);
+        }
+        // The setting halves the frames of an application that swaps each one twice.
+        if (kor::conf::settings().skipDoubleSwap)
+            record->skipNextSwap = true;
+    }
+    if (record->type == kor::gl::WindowDrawable)
+        record->readback();
+}
+
+void kor_glXWaitGL() {
+    KOR_DEBUG("START");
+    system_glXWaitGL();
+}
+
+void kor_glXWaitX() {
+    KOR_DEBUG("START");
+    if (kor::conf::settings().glxwaitxSyncAppDisplay) {
+        const kor::gl::TSD* tsd = getTSD();
+        if (tsd != nullptr && tsd->appDisplay != nullptr)
+            XSync(tsd->appDisplay, False);
+    }
+    system_glXWaitX();
+}

@@ -1,0 +1,99 @@
+#include "transport/copyback.h"
+
+#include "config/settings.h"
+#include "core/thread_end.h"
+#include "display/connections.h"
+#include "drawable/registry.h"
+#include "support/log.h"
+#include "transport/ximage_painter.h"
+
+#include <unistd.h>
+
+namespace kor::gl {
+
+namespace {
+
+uint32_t intervalOf(int framesPerSecond) {
+    return framesPerSecond > 0 ? 1'000'000U / static_cast<uint32_t>(framesPerSecond) : 1'000'000U;
+}
+
+} // namespace
+
+Copyback::Copyback()
+    : wake_(0), thread_(this), frameInterval_(intervalOf(conf::settings().copybackFrameRate)) {
+    // The thread runs by now, but sleeps on the wake semaphore until this object is complete.
+    timer_.start();
+}
+
+void Copyback::unblock() {
+    wake_.V(korWhereInfo{});
+}
+
+void Copyback::stop() {
+    KOR_DEBUG("START");
+    {
+        const Lock lock(stopLock_);
+        stopFlag_ = true;
+    }
+    wake_.V(korWhereInfo{});
+    KOR_DEBUG("DONE");
+}
+
+bool Copyback::checkStop() {
+    const Lock lock(stopLock_);
+    return stopFlag_;
+}
+
+void Copyback::doCopyback(Display* display) {
+    wake_.P(korWhereInfo{});
+    if (checkStop())
+        return;
+    if (frameInterval_ != 0) {
+        // One whole interval in every pass, whatever has gone by: the pause is the rate limit.
+        const int64_t elapsed = timer_.elapsedMicro();
+        const int64_t deadline = frameInterval_ + elapsed;
+        usleep(static_cast<useconds_t>(deadline - elapsed));
+    }
+    if (checkStop())
+        return;
+    const Lock lock(getLocalDrawablesMutex());
+    for (DrawableInfo* record : getLocalDrawablesList()) {
+        if (record != nullptr)
+            record->copyback(display);
+    }
+}
+
+CopybackThread::CopybackThread(Copyback* copyback) : copyback_(copyback) {
+    start(this, callback);
+}
+
+CopybackThread::~CopybackThread() {
+    KOR_DEBUG("START");
+    join();
+    KOR_DEBUG("DONE");
+}
+
+bool CopybackThread::callback(CopybackThread* self) {
+    self->svc();
+    return true;
+}
+
+void CopybackThread::svc() {
+    KOR_DEBUG("START");
+    Display* display = openConnection(nullptr, CopybackConnection);
+    if (display == nullptr) {
+        KOR_WARNING("Could not open the copyback display");
+        return;
+    }
+    while (!copyback_->checkStop())
+        copyback_->doCopyback(display);
+    XImagePainter::connectionCloses();
+    XCloseDisplay(display);
+    KOR_DEBUG("DONE");
+}
+
+void stopCopyback() {
+    Copyback::instance()->stop();
+}
+
+} // namespace kor::gl

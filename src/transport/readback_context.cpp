@@ -1,0 +1,160 @@
+#include "transport/readback_context.h"
+
+#include "core/system_gl.h"
+#include "display/local_call.h"
+#include "support/log.h"
+#include "transport/readback_slice.h"
+#include "transport/slice_grid.h"
+#include "transport/ximage_painter.h"
+
+#include <algorithm>
+
+namespace kor::gl {
+
+ReadbackContext::ReadbackContext() : done_(0), work_(0) {}
+
+ReadbackContext::~ReadbackContext() {
+    if (context_ == nullptr)
+        return;
+    {
+        const Lock lock(exitLock_);
+        exitFlag_ = true;
+    }
+    work_.V(korWhereInfo{});
+    thread_.join();
+}
+
+void ReadbackContext::ref() {
+    refCount_.fetch_add(1);
+}
+
+void ReadbackContext::unref() {
+    if (refCount_.load() == 0) {
+        KOR_DEBUG("%p refcount is already 0", static_cast<void*>(this));
+        return;
+    }
+    if (refCount_.fetch_sub(1) == 1)
+        delete this;
+}
+
+bool ReadbackContext::setSharedContext(Display* display, GLXFBConfig fbconfig, GLXContext share,
+                                       GLXDrawable drawable) {
+    display_ = display;
+    drawable_ = drawable;
+    context_ = system_glXCreateNewContext(display, fbconfig, GLX_RGBA_TYPE, share, True);
+    if (context_ == nullptr)
+        return false;
+    if (!thread_.started())
+        thread_.start(this, callback);
+    return true;
+}
+
+void ReadbackContext::layGrid(int width, int height) {
+    const SliceGrid grid(width, height);
+    if (grid.columns * grid.rows != static_cast<int>(slices_.size())) {
+        slices_.clear();
+        for (int i = 0; i < grid.columns * grid.rows; ++i)
+            slices_.push_back(std::make_unique<ReadbackSlice>());
+    }
+    columns_ = grid.columns;
+    rows_ = grid.rows;
+    width_ = 0;
+    height_ = 0;
+    for (int r = 0; r < rows_; ++r) {
+        for (int c = 0; c < columns_; ++c) {
+            ReadbackSlice& slice = *slices_[static_cast<size_t>(r * columns_ + c)];
+            const SliceGrid::Cell cell = grid.cell(c, r);
+            slice.x = cell.x;
+            slice.y = cell.y;
+            slice.width = cell.width;
+            slice.height = cell.height;
+            slice.performGPUReadback(width, height);
+            width_ = std::max(width_, slice.x + slice.textureWidth());
+            height_ = std::max(height_, slice.y + slice.textureHeight());
+        }
+    }
+}
+
+bool ReadbackContext::performGPUReadback(int width, int height) {
+    // An empty window is not visible and never comes here; an empty grid would divide by zero.
+    if (context_ == nullptr || width < 1 || height < 1)
+        return false;
+    const Lock lock(copyLock_);
+    layGrid(width, height);
+    if (fence_ != nullptr)
+        system_glDeleteSync(fence_);
+    fence_ = system_glFenceSync(GL_SYNC_GPU_COMMANDS_COMPLETE, 0);
+    system_glBindTexture(GL_TEXTURE_RECTANGLE, 0);
+    system_glFlush(); // so that the fence reaches the GPU
+    framePending_ = true;
+    return true;
+}
+
+bool ReadbackContext::framePending() {
+    const Lock lock(copyLock_);
+    return framePending_;
+}
+
+void ReadbackContext::copyToAppDisplay(Display* display, XImagePainter* painter, VisualID visual) {
+    if (context_ == nullptr || !thread_.started())
+        return;
+    const Lock lock(copyLock_);
+    if (!framePending_ || !painter->setup(display, visual, width_, height_))
+        return;
+    if (painter->getBuffer() == nullptr)
+        return; // no image could be made; the next pass tries again
+    if (destinationBuffer_ != nullptr) {
+        destinationBuffer_ = nullptr;
+        KOR_WARNING("Query buffer non-emptied - possible severe corruption ongoing");
+    }
+    transferWidth_ = width_;
+    transferHeight_ = height_;
+    destinationBuffer_ = painter->getBuffer();
+    work_.V(korWhereInfo{});
+    done_.P(korWhereInfo{});
+    if (transferSucceeded_)
+        painter->draw(display, width_, height_);
+    destinationBuffer_ = nullptr;
+    framePending_ = false;
+}
+
+bool ReadbackContext::checkExit() {
+    const Lock lock(exitLock_);
+    return exitFlag_;
+}
+
+bool ReadbackContext::callback(ReadbackContext* self) {
+    self->svc();
+    return true;
+}
+
+/// Waits for the GPU and reads every slice; stops at the first that fails.
+bool ReadbackContext::transfer() {
+    if (fence_ != nullptr) {
+        system_glClientWaitSync(fence_, GL_SYNC_FLUSH_COMMANDS_BIT, GL_TIMEOUT_IGNORED);
+        system_glDeleteSync(fence_);
+        fence_ = nullptr;
+    }
+    return std::all_of(slices_.begin(), slices_.end(), [&](const auto& slice) {
+        return slice->transferToSystemMemory(destinationBuffer_, transferWidth_, transferHeight_);
+    });
+}
+
+void ReadbackContext::svc() {
+    callLocal(system_glXMakeCurrent, display_, drawable_, context_);
+    KOR_DEBUG("Making readback context current for drawable 0x%x",
+              static_cast<unsigned>(drawable_));
+    while (!checkExit()) {
+        work_.P(korWhereInfo{});
+        if (checkExit())
+            break;
+        transferSucceeded_ = transfer();
+        system_glBindFramebuffer(GL_FRAMEBUFFER, 0);
+        done_.V(korWhereInfo{});
+    }
+    slices_.clear();
+    callLocal(system_glXMakeCurrent, display_, GLXDrawable{None}, GLXContext{nullptr});
+    callLocal(system_glXDestroyContext, display_, context_);
+}
+
+} // namespace kor::gl

@@ -1,0 +1,129 @@
+#include "config/settings.h"
+#include "core/system_gl.h"
+#include "display/local_call.h"
+#include "drawable/drawable_info.h"
+#include "support/log.h"
+#include "support/process.h"
+#include "transport/copyback.h"
+#include "transport/readback_context.h"
+
+#include <unistd.h>
+
+namespace kor::gl {
+
+namespace {
+
+/// The application's context and render mode, put back when the frame has been copied.
+class ApplicationState {
+  public:
+    ApplicationState(Display* local, DrawableInfo& record) : local_(local), record_(record) {
+        context_ = system_glXGetCurrentContext();
+        system_glGetIntegerv(GL_RENDER_MODE, &renderMode_);
+    }
+
+    void forceRenderMode(const char* function) {
+        if (renderMode_ == GL_RENDER)
+            return;
+        KOR_LOG_AT("KORGL", LogDebug, "DEBUG", function, false, "forcing render mode");
+        system_glRenderMode(GL_RENDER);
+    }
+
+    void restore() {
+        const TSD* tsd = getTSD();
+        const Lock lock(getLocalDisplayMutex());
+        system_glXMakeCurrent(local_, record_.localDrawable, context_);
+        // A thread that has other drawables current than the one it swapped gets them back.
+        if (context_ != nullptr && tsd != nullptr && tsd->currentDrawable != nullptr &&
+            (tsd->currentDrawable != &record_ || tsd->currentReadDrawable != &record_))
+            system_glXMakeContextCurrent(local_, tsd->currentDrawable->localDrawable,
+                                         tsd->currentReadDrawable != nullptr
+                                             ? tsd->currentReadDrawable->localDrawable.load()
+                                             : GLXDrawable{None},
+                                         context_);
+        if (renderMode_ != GL_RENDER)
+            system_glRenderMode(static_cast<GLenum>(renderMode_));
+    }
+
+  private:
+    Display* local_;
+    DrawableInfo& record_;
+    GLXContext context_;
+    GLint renderMode_ = GL_RENDER; // stays so where the context has no render modes
+};
+
+} // namespace
+
+void DrawableInfo::readback() {
+    const TSD* tsd = getTSD();
+    if (tsd == nullptr || released())
+        return;
+    setViewportCheckForResize(true);
+    const conf::Settings& settings = conf::settings();
+    if (settings.doubleCheckVisible && !isVisible() &&
+        !updateWindowInfo(nullptr, nullptr, nullptr)) {
+        KOR_DEBUG("failed to update window info");
+        return;
+    }
+    if (settings.noReadback)
+        return;
+    if (!isVisible()) {
+        KOR_DEBUG("window not visible");
+        return;
+    }
+    Display* local = _getLocalDisplay(nullptr);
+    if (local == nullptr)
+        return;
+    IRect rect;
+    getGeometry(&rect);
+    KOR_DEBUG("ldi %p, geom(%d,%d,%d,%d)", static_cast<void*>(this), rect.x, rect.y, rect.width,
+              rect.height);
+
+    ApplicationState application(local, *this);
+    application.forceRenderMode(__PRETTY_FUNCTION__);
+    if (!setupReadbackContexts()) {
+        // It is the position that is printed, not the size: kept so.
+        KOR_WARNING("Failed to create readback contexts for ldi %p, %dx%d",
+                    static_cast<void*>(this), rect.x, rect.y);
+        application.restore();
+        return;
+    }
+    // Another thread may end this record in the meantime; its readback context stays for this
+    // frame.
+    if (ReadbackContext* context = holdReadbackContext()) {
+        context->performGPUReadback(rect.width, rect.height);
+        context->unref();
+    }
+    Copyback::instance()->unblock();
+    application.restore();
+
+    incrementFpsCounter(korGetCurrentTime());
+    // Unsigned: a clock that was set back makes the elapsed time huge, not the pause.
+    const uint64_t elapsed = korGetCurrentTime() - lastReadbackTime_;
+    const int interval = settings.readbackInterval;
+    if (interval > 0 && elapsed < static_cast<uint64_t>(interval))
+        usleep(static_cast<useconds_t>((static_cast<uint64_t>(interval) - elapsed) * 1000));
+    lastReadbackTime_ = korGetCurrentTime();
+    checkForResize();
+    KOR_DEBUG("DONE");
+}
+
+ReadbackContext* DrawableInfo::holdReadbackContext() {
+    const Lock lock(getLocalDisplayMutex());
+    ReadbackContext* context = readbackContext_.load(std::memory_order_acquire);
+    if (context != nullptr)
+        context->ref();
+    return context;
+}
+
+void DrawableInfo::copyback(Display* display) {
+    if (type != WindowDrawable)
+        return;
+    ReadbackContext* context = readbackContext_.load(std::memory_order_acquire);
+    if (context == nullptr) {
+        KOR_DEBUG("copyback called before readback context has been set. Ignoring.");
+        return;
+    }
+    context->copyToAppDisplay(display, painter_, getVisualID());
+}
+
+} // namespace kor::gl

@@ -1,0 +1,19 @@
+#include "drawable/transport_operations.h"
+#include "transport/readback_context.h"
+#include "transport/ximage_painter.h"
+
+namespace kor::gl {
+
+XImagePainter* newPainter(Window window) {
+    return new XImagePainter(window);
+}
+
+void deletePainter(XImagePainter* painter) {
+    delete painter;
+}
+
+void unrefReadbackContext(ReadbackContext* context) {
+    context->unref();
+}
+
+} // namespace kor::gl
