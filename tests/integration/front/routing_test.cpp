@@ -1,6 +1,7 @@
 #include "child.h"
 #include "front.h"
 
+#include <atomic>
 #include <gmock/gmock.h>
 #include <thread>
 #include <vector>
@@ -58,9 +59,12 @@ TEST(FrontRouting, AfterTheFirstCallTheSlotLeadsStraightThere) {
 TEST(FrontRouting, WhatTheSystemLacksDoesNothingAndIsReportedOnce) {
     const ChildResult result = inChild(withFakeSystem, [] {
         const Library front(completeFront);
+        std::atomic<int> waiting{0};
         std::vector<std::thread> threads;
         for (int i = 0; i < 8; ++i)
             threads.emplace_back([&] {
+                for (++waiting; waiting < 8;)
+                    std::this_thread::yield();
                 for (int round = 0; round < 100; ++round)
                     EXPECT_EQ(front.says("glAccum"), "null");
             });
