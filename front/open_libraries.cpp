@@ -89,7 +89,7 @@ void openSystemLibrary(Libraries& libraries, bool trusted) {
 }
 
 void openAdapter(Libraries& libraries) {
-    const std::string path = ownPlace().directory + "/libkor-sysgl.so";
+    const std::string path = std::string(ownPlace().directory) + "/libkor-sysgl.so";
     libraries.adapter = dlopen(path.c_str(), openFlags);
     if (libraries.adapter == nullptr)
         report("the adapter to the system's GL library cannot be opened: %s. Drivers are used "
@@ -107,8 +107,8 @@ void openKorLibrary(Libraries& libraries, bool trusted) {
                    lastError());
         return;
     }
-    const std::string places[] = {ownPlace().directory + "/../libGL_KOR.so",
-                                  ownPlace().directory + "/libGL_KOR.so"};
+    const std::string places[] = {std::string(ownPlace().directory) + "/../libGL_KOR.so",
+                                  std::string(ownPlace().directory) + "/libGL_KOR.so"};
     std::string reason;
     for (const std::string& path : places) {
         if (!exists(path))

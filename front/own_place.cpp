@@ -1,7 +1,7 @@
 #include "own_place.h"
 
-#include <climits>
 #include <cstdlib>
+#include <cstring>
 #include <dlfcn.h>
 #include <sys/stat.h>
 
@@ -14,25 +14,23 @@ const char kor_front_marker[] = "KOR-GL front library";
 namespace kor::front {
 
 namespace {
-
-OwnPlace findOwnPlace() {
-    OwnPlace place{"", "."};
-    Dl_info info{};
-    if (dladdr(kor_front_marker, &info) == 0 || info.dli_fname == nullptr)
-        return place;
-    place.loadedAs = info.dli_fname;
-    char path[PATH_MAX];
-    const std::string file = realpath(info.dli_fname, path) != nullptr ? path : info.dli_fname;
-    const size_t slash = file.rfind('/');
-    if (slash != std::string::npos)
-        place.directory = file.substr(0, slash);
-    return place;
-}
-
+OwnPlace place{"", "."};
 } // namespace
 
+void noteOwnPlace() {
+    Dl_info info{};
+    if (dladdr(kor_front_marker, &info) == 0 || info.dli_fname == nullptr)
+        return;
+    place.loadedAs = info.dli_fname;
+    if (realpath(info.dli_fname, place.directory) == nullptr) {
+        strcpy(place.directory, "."); // an incomplete path may be in there
+        return;
+    }
+    if (char* slash = strrchr(place.directory, '/'); slash != nullptr)
+        *slash = '\0';
+}
+
 const OwnPlace& ownPlace() {
-    static const OwnPlace& place = *new OwnPlace(findOwnPlace()); // outlives every destructor
     return place;
 }
 

@@ -117,7 +117,7 @@ void afterFork() {
 
 /// When the front is loaded. Does nothing that a process without GL would have to pay for.
 __attribute__((constructor)) void load() {
-    ownPlace();
+    noteOwnPlace();
     // Before version 1.8 Xlib is not safe for threads unless it is told to be, ahead of every other
     // call of Xlib: the library shares connections between threads. Later versions have done it by
     // themselves by now, and do nothing here.

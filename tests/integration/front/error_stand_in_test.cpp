@@ -83,8 +83,10 @@ TEST_F(FrontErrors, AHandlerInstalledBeforeGetsThem) {
     const ChildResult result = run([&] {
         XSetErrorHandler(countError);
         const Started started;
-        provokeError(started.open(server_.name(), 2));
+        Display* display = started.open(server_.name(), 2);
+        provokeError(display);
         EXPECT_EQ(handledErrors, 1);
+        XCloseDisplay(display);
     });
     EXPECT_EQ(result.errors, "");
 }
@@ -100,6 +102,7 @@ TEST_F(FrontErrors, AHandlerInstalledLaterGetsThemUntilItGoes) {
         EXPECT_EQ(XSetErrorHandler(nullptr), countError); // what the front leaves untouched
         provokeError(display);
         EXPECT_EQ(handledErrors, 1);
+        XCloseDisplay(display);
     });
     EXPECT_EQ(countLines(result.errors), 1U) << result.errors;
 }
@@ -144,6 +147,7 @@ TEST_F(FrontErrors, ARequestThatWaitsForItsReplyFails) {
                                &border, &depth),
                   0);
         EXPECT_EQ(root, DefaultRootWindow(display));
+        XCloseDisplay(display);
     });
     EXPECT_EQ(countLines(result.errors), 1U) << result.errors;
 }
@@ -167,6 +171,7 @@ TEST_F(FrontErrors, AnExtensionsOwnHookComesFirst) {
         unsigned size = 0;
         EXPECT_EQ(XGetGeometry(display, nothing, &root, &x, &y, &size, &size, &size, &size), 0);
         EXPECT_EQ(hookedErrors, 1);
+        XCloseDisplay(display);
     });
     EXPECT_EQ(result.errors, "");
 }
@@ -176,11 +181,13 @@ TEST_F(FrontErrors, TheAdapterLearnsOfLocalConnectionsOnly) {
         const Started started;
         const Library adapter(fakeAdapter);
         for (int role : {0, 2, 3}) {
-            started.open(server_.name(), role);
+            Display* display = started.open(server_.name(), role);
             EXPECT_EQ(adapter.call<Display*>("fake_adapter_display"), nullptr);
+            XCloseDisplay(display);
         }
         Display* local = started.open(server_.name(), 1);
         EXPECT_EQ(adapter.call<Display*>("fake_adapter_display"), local);
+        XCloseDisplay(local);
     });
 }
 

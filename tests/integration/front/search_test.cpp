@@ -149,7 +149,7 @@ TEST(FrontPrivileges, TheEnvironmentDecidesNothing) {
              {"LD_LIBRARY_PATH", stage + "/system"},
              {"KOR_FRONT_LIBRARY", fakeKor}},
             [] {
-                Libraries libraries;
+                static Libraries libraries; // as in the front: never given back
                 openSystemLibrary(libraries, false);
                 ASSERT_NE(libraries.system, nullptr);
                 EXPECT_THAT(pathOf(libraries.system), Not(StartsWith(stage)));
