@@ -98,6 +98,7 @@ void checkPictureFolder(const std::string& file) {
 }
 
 int takePicture(const std::string& file) {
+    std::signal(SIGXFSZ, SIG_IGN); // a file that may not grow is to be reported, not to end us
     try {
         writePng(captureScreen(variable("DISPLAY")), file);
         return EXIT_SUCCESS;

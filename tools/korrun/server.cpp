@@ -20,7 +20,8 @@ namespace korrun {
 
 namespace {
 
-constexpr std::chrono::seconds endingPatience{5};
+constexpr int endingAttempts = 10;
+constexpr std::chrono::milliseconds endingPatience{500};
 constexpr std::chrono::seconds killingPatience{2};
 constexpr int displayDescriptor = 3; // the number under which the server finds its end of the pipe
 
@@ -143,8 +144,13 @@ bool Server::waitForEnd(std::chrono::milliseconds patience) {
 void Server::stop() {
     if (m_pid <= 0)
         return;
-    kill(-m_pid, SIGTERM);
-    if (!waitForEnd(endingPatience)) {
+    // Asked more than once: a server forgets a request that comes while it is still starting.
+    bool ended = false;
+    for (int attempt = 0; attempt < endingAttempts && !ended; ++attempt) {
+        kill(-m_pid, SIGTERM);
+        ended = waitForEnd(endingPatience);
+    }
+    if (!ended) {
         kill(-m_pid, SIGKILL);
         waitForEnd(killingPatience);
     }

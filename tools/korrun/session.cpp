@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <filesystem>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -80,6 +81,11 @@ std::vector<std::string> Session::end() {
         kill(m_keeper, SIGKILL); // its servers end with it
     waitFor(m_keeper);
     m_keeper = -1;
+    if (!m_authorityFile.empty()) {
+        // The keeper has done so, unless it was killed.
+        std::error_code error;
+        std::filesystem::remove_all(std::filesystem::path(m_authorityFile).parent_path(), error);
+    }
     return lost;
 }
 
