@@ -2,11 +2,14 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
 #include <fstream>
 #include <sstream>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -151,4 +154,18 @@ std::string displayNumber(const std::string& display) {
 
 bool hasSocket(const std::string& number) {
     return !number.empty() && files::exists("/tmp/.X11-unix/X" + number);
+}
+
+bool hasDeadSocket(const std::string& number) {
+    if (!hasSocket(number))
+        return false;
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    ("/tmp/.X11-unix/X" + number).copy(address.sun_path, sizeof(address.sun_path) - 1);
+    const int client = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const bool refused =
+        connect(client, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0 &&
+        errno == ECONNREFUSED;
+    close(client);
+    return refused;
 }

@@ -64,3 +64,6 @@ class KorrunTest : public testing::Test {
 std::string displayNumber(const std::string& display);
 // Whether the server's socket is there.
 bool hasSocket(const std::string& number);
+// Whether a socket is there on which nobody listens. Another program's server may have taken the
+// number as soon as ours had ended; that one answers.
+bool hasDeadSocket(const std::string& number);
