@@ -48,6 +48,10 @@ bool listens(const std::string& path, bool abstract) {
 
 } // namespace
 
+bool listensOn(const std::string& path) {
+    return listens(path, false);
+}
+
 void checkDisplayFree(int display) {
     const std::string number = std::to_string(display);
     const std::string lock = "/tmp/.X" + number + "-lock";

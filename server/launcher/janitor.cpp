@@ -1,6 +1,7 @@
 #include "janitor.h"
 
 #include "authority.h"
+#include "display_in_use.h"
 #include "problem.h"
 
 #include <cerrno>
@@ -11,7 +12,6 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/prctl.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -28,28 +28,33 @@ struct Janitor::Traces {
     int serverFile = -1; ///< a process file descriptor
     std::string lock;
     std::string socket;
-    struct stat socketAtStart {};
 };
 
 namespace {
 
 constexpr int serverEndsWithinMilliseconds = 10000;
+constexpr int pauseMilliseconds = 100;
 
-/// The dying launcher has sent the server its signal already; one that does not heed it is killed.
-void waitForServer(int serverFile) {
+/// A server that has just begun ignores the signal, so that it never ends half made: it is repeated
+/// until it is heeded, and in the end the server is killed.
+void endServer(int serverFile) {
     pollfd wait{serverFile, POLLIN, 0};
-    if (poll(&wait, 1, serverEndsWithinMilliseconds) == 0) {
-        pidfd_send_signal(serverFile, SIGKILL, nullptr, 0);
-        poll(&wait, 1, serverEndsWithinMilliseconds);
+    for (int waited = 0; waited < serverEndsWithinMilliseconds; waited += pauseMilliseconds) {
+        pidfd_send_signal(serverFile, SIGTERM, nullptr, 0);
+        if (poll(&wait, 1, pauseMilliseconds) != 0)
+            return;
     }
+    pidfd_send_signal(serverFile, SIGKILL, nullptr, 0);
+    poll(&wait, 1, serverEndsWithinMilliseconds);
 }
 
-/// What another server has put in the place of a removed socket meanwhile stays.
-void removeSocket(const std::string& path, const struct stat& atStart) {
-    struct stat now {};
-    if (stat(path.c_str(), &now) == 0 && now.st_ino == atStart.st_ino &&
-        now.st_dev == atStart.st_dev && now.st_ctim.tv_sec == atStart.st_ctim.tv_sec &&
-        now.st_ctim.tv_nsec == atStart.st_ctim.tv_nsec)
+/// A socket that nobody listens on is of no use to anyone, but another server may have made one of
+/// the same name just now and be about to listen: that one has done so when it is asked again.
+void removeDeadSocket(const std::string& path) {
+    if (access(path.c_str(), F_OK) != 0 || listensOn(path))
+        return;
+    poll(nullptr, 0, pauseMilliseconds);
+    if (!listensOn(path))
         unlink(path.c_str());
 }
 
@@ -94,7 +99,6 @@ Janitor::Traces Janitor::waitForLauncher(int lifeline) {
         case Message::Display:
             traces.lock = "/tmp/.X" + number + "-lock";
             traces.socket = "/tmp/.X11-unix/X" + number;
-            stat(traces.socket.c_str(), &traces.socketAtStart);
             break;
         }
     }
@@ -112,9 +116,9 @@ void Janitor::work(const Remains& remains, int lifeline) {
 
     const Traces traces = waitForLauncher(0);
     if (traces.serverFile != -1)
-        waitForServer(traces.serverFile);
+        endServer(traces.serverFile);
     if (!traces.socket.empty()) {
-        removeSocket(traces.socket, traces.socketAtStart);
+        removeDeadSocket(traces.socket);
         removeLock(traces.lock, traces.server);
     }
     if (!remains.authority.empty()) {

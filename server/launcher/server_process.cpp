@@ -24,6 +24,10 @@ constexpr int firstClosed = 5;
     sigset_t none;
     sigemptyset(&none);
     sigprocmask(SIG_SETMASK, &none, nullptr);
+    // Ended before it has handlers of its own, the server would leave its sockets behind. Whoever
+    // ends it asks more than once.
+    for (const int number : {SIGTERM, SIGINT, SIGHUP})
+        signal(number, SIG_IGN);
     // The server must not take the launcher for a parent that waits for SIGUSR1.
     for (const int number : {SIGUSR1, SIGUSR2, SIGPIPE, SIGCHLD})
         signal(number, SIG_DFL);

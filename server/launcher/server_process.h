@@ -7,7 +7,8 @@
 
 namespace kor::server {
 
-/// The running Xorg. It gets SIGTERM when the launcher dies, however that happens.
+/// The running Xorg. It gets SIGTERM when the launcher dies, however that happens. Until it has
+/// handlers of its own it ignores SIGTERM, SIGINT and SIGHUP.
 struct ServerProcess {
     pid_t process = -1;
     int display = -1; ///< reading end of the pipe that the server writes its number to; owned

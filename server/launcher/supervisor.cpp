@@ -58,10 +58,20 @@ std::string reasonOf(const std::string& output) {
         return "it gave no reason";
     begin += strlen(mark);
     std::string line = output.substr(begin, output.find('\n', begin) - begin);
-    if (line.starts_with("(EE) "))
-        line.erase(0, 5);
-    while (!line.empty() && (line.back() == ' ' || line.back() == '.'))
-        line.pop_back();
+    // The server marks its lines, some of them at both ends.
+    constexpr const char* error = "(EE)";
+    auto trim = [&line] {
+        while (line.starts_with(' '))
+            line.erase(0, 1);
+        while (line.ends_with(' '))
+            line.pop_back();
+    };
+    if (line.starts_with(error))
+        line.erase(0, strlen(error));
+    trim();
+    if (line.ends_with(error))
+        line.erase(line.size() - strlen(error));
+    trim();
     return line.empty() ? "it gave no reason" : line;
 }
 
@@ -113,7 +123,7 @@ class Supervisor {
     std::string m_number; ///< what the server has written of its display number so far
     std::string m_output; ///< the last part of what the server printed before it was ready
     bool m_ready = false;
-    bool m_asked = false; ///< told to end by a signal
+    int m_asked = 0; ///< the signal that told it to end; 0: none
     bool m_ended = false;
     int m_status = 0;
     Clock::time_point m_deadline = Clock::time_point::max();
@@ -157,23 +167,25 @@ std::vector<std::string> Supervisor::serverArguments(const std::string& modulePa
     return arguments;
 }
 
+/// As the server itself says; nothing when it has not come as far as writing one.
 std::string Supervisor::whereIsTheLog() const {
-    if (m_options.ownLog)
+    constexpr const char* mark = "log file at \"";
+    const size_t begin = m_output.find(mark);
+    if (begin == std::string::npos)
         return "";
-    const std::optional<int> number = displayAtStart();
-    return " (log: " +
-           (number ? m_logFolder + "/Xkor." + std::to_string(*number) + ".log"
-                   : failedLog(m_logFolder)) +
-           ")";
+    const size_t name = begin + strlen(mark);
+    const std::string path = m_output.substr(name, m_output.find('"', name) - name);
+    const bool renamed = path == pendingLog(m_logFolder, m_server.process);
+    return " (log: " + (renamed ? failedLog(m_logFolder) : path) + ")";
 }
 
 void Supervisor::start() {
     const ServerFiles files = findServerFiles(m_options);
     const std::optional<int> number = displayAtStart();
-    if (number)
-        checkDisplayFree(*number);
     if (!m_options.authority.empty())
         checkAuthority(m_options.authority);
+    if (number)
+        checkDisplayFree(*number);
     if (!m_options.ownLog)
         m_logFolder = logFolder();
     takeSignals();
@@ -190,6 +202,8 @@ void Supervisor::start() {
         m_authority->write(number);
     m_server = startServer(files.program, serverArguments(files.modulePath), configuration);
     m_janitor.setServer(m_server.process);
+    if (number)
+        m_janitor.setDisplay(*number);
     close(configuration);
     m_deadline = Clock::now() + startTakesAtMost;
 }
@@ -201,7 +215,7 @@ void Supervisor::handleSignal() {
         if (number != SIGCHLD) {
             kill(m_server.process, number);
             if ((number == SIGTERM || number == SIGINT) && !m_asked) {
-                m_asked = true;
+                m_asked = number;
                 m_deadline = Clock::now() + endTakesAtMost;
             }
             continue;
@@ -267,6 +281,8 @@ void Supervisor::handleOutput() {
 
 /// A server that neither starts nor ends in time is killed.
 void Supervisor::checkTime() {
+    if (m_asked && !m_ended)
+        kill(m_server.process, m_asked); // it may not have heard it: it begins by ignoring it
     if (Clock::now() < m_deadline)
         return;
     fprintf(stderr, "Xkor: the server does not %s: it is killed\n", m_asked ? "end" : "start");
@@ -275,6 +291,8 @@ void Supervisor::checkTime() {
 }
 
 int Supervisor::waitMilliseconds() const {
+    if (m_asked)
+        return 100;
     if (m_deadline == Clock::time_point::max())
         return -1;
     const auto left =

@@ -113,8 +113,8 @@ Child::Child(const Command& command) : m_output(outputFile()), m_errors(outputFi
 }
 
 Child::~Child() {
-    killGroup();
-    if (!m_status)
+    stop();
+    if (!m_status) // killed, but not collected yet
         while (waitpid(m_process, nullptr, 0) == -1 && errno == EINTR)
             ;
     close(m_output);

@@ -16,13 +16,13 @@ namespace kor::test {
 struct Command {
     std::vector<std::string> arguments; ///< the program first; looked for in PATH
     /// Changes to this process's environment; without a value the variable is removed.
-    std::map<std::string, std::optional<std::string>> environment;
-    std::string folder; ///< working folder; empty: this process's
+    std::map<std::string, std::optional<std::string>> environment{};
+    std::string folder{}; ///< working folder; empty: this process's
     /// Files that it inherits beside its standard ones: its number of the file, and ours (which
     /// stays ours).
-    std::vector<std::pair<int, int>> files;
+    std::vector<std::pair<int, int>> files{};
     /// Signals that it is started with as ignored.
-    std::vector<int> ignoredSignals;
+    std::vector<int> ignoredSignals{};
     /// What it gets when the thread that started it ends.
     int deathSignal = SIGKILL;
 };

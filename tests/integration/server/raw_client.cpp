@@ -17,18 +17,6 @@ namespace kor::test {
 
 namespace {
 
-std::string testCookie() {
-    FILE* file = fopen(XServer::authorityFile().c_str(), "re");
-    Xauth* entry = file ? XauReadAuth(file) : nullptr;
-    if (file)
-        fclose(file);
-    if (!entry)
-        throw std::runtime_error("the authority file of the tests cannot be read");
-    std::string cookie(entry->data, entry->data_length);
-    XauDisposeAuth(entry);
-    return cookie;
-}
-
 uint32_t number(const std::vector<uint8_t>& bytes, size_t offset, size_t width, ByteOrder order) {
     uint32_t value = 0;
     for (size_t i = 0; i < width; ++i) {
@@ -46,6 +34,18 @@ void append(std::vector<uint8_t>& bytes, uint32_t value, size_t width, ByteOrder
 }
 
 } // namespace
+
+std::string cookieIn(const std::string& authorityFile) {
+    FILE* file = fopen(authorityFile.c_str(), "re");
+    Xauth* entry = file ? XauReadAuth(file) : nullptr;
+    if (file)
+        fclose(file);
+    if (!entry)
+        throw std::runtime_error("no cookie in " + authorityFile);
+    std::string cookie(entry->data, entry->data_length);
+    XauDisposeAuth(entry);
+    return cookie;
+}
 
 uint16_t Answer::u16(size_t offset) const {
     return static_cast<uint16_t>(number(bytes, offset, 2, order));
@@ -74,7 +74,7 @@ RequestBuilder& RequestBuilder::text(const std::string& value) {
 }
 
 RawClient::RawClient(int display, ByteOrder order) : m_order(order) {
-    connectTo(display, testCookie());
+    connectTo(display, cookieIn(XServer::authorityFile()));
 }
 RawClient::RawClient(int display, ByteOrder order, const std::string& cookie) : m_order(order) {
     connectTo(display, cookie);

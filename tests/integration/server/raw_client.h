@@ -39,6 +39,9 @@ class RequestBuilder {
     std::vector<uint8_t> m_bytes;
 };
 
+/// The cookie in the first entry of an authority file. Throws std::runtime_error.
+std::string cookieIn(const std::string& authorityFile);
+
 /// An X client that speaks the protocol itself, in either byte order, so that it can also say what
 /// no library would. Every wait is bounded: a silent server looks like a closed connection. Throws
 /// std::runtime_error when the connection cannot be set up.

@@ -1,0 +1,260 @@
+#include "launcher_fixture.h"
+
+#include "framework/wait_until.h"
+#include "framework/x_server.h"
+
+#include <csignal>
+#include <cstdlib>
+#include <ctime>
+#include <sys/stat.h>
+#include <thread>
+#include <unistd.h>
+
+/// Starting, being ready, and leaving nothing behind, whichever way the end comes.
+
+namespace {
+
+using namespace kor::test;
+using namespace std::chrono_literals;
+namespace fs = std::filesystem;
+
+class LauncherLife : public LauncherTest {
+  protected:
+    /// Waits until nothing is left, and says what is.
+    void expectNothingLeft(const Launched& launched) {
+        waitUntil([&] { return remains(launched).empty(); }, 15s);
+        EXPECT_EQ(remains(launched), "");
+    }
+};
+
+TEST_F(LauncherLife, NumberGivenByTheCaller) {
+    const int number = unusedNumber();
+    Child launcher(command({":" + std::to_string(number)}));
+    EXPECT_TRUE(waitUntil([&] { return listens(number); }, 20s)) << launcher.errors();
+    EXPECT_EQ(launcher.stop(), 0);
+    EXPECT_FALSE(listens(number));
+}
+
+TEST_F(LauncherLife, NumberGivenAndAskedFor) {
+    const int number = unusedNumber();
+    const Launched launched = launch({":" + std::to_string(number)});
+    EXPECT_EQ(launched.number, number);
+    EXPECT_TRUE(listens(number));
+}
+
+TEST_F(LauncherLife, SeveralAtOnce) {
+    std::vector<Launched> launched(5);
+    std::vector<std::thread> threads;
+    // Children end with the thread that starts them, so each thread also sees its own one end.
+    for (Launched& one : launched)
+        threads.emplace_back([&] {
+            one = launch();
+            ASSERT_GE(one.number, 0) << one.launcher->errors();
+            EXPECT_TRUE(admits(one.number, one.authority));
+            EXPECT_EQ(one.launcher->stop(), 0);
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+    for (const Launched& one : launched)
+        expectNothingLeft(one);
+}
+
+TEST_F(LauncherLife, SeveralSideBySide) {
+    std::vector<Launched> launched;
+    for (int i = 0; i < 4; ++i) {
+        launched.push_back(launch());
+        ASSERT_GE(launched.back().number, 0) << launched.back().launcher->errors();
+    }
+    for (size_t i = 0; i < launched.size(); ++i) {
+        EXPECT_TRUE(admits(launched[i].number, launched[i].authority));
+        for (size_t k = 0; k < i; ++k)
+            EXPECT_NE(launched[i].number, launched[k].number);
+    }
+}
+
+TEST_F(LauncherLife, TakenNumber) {
+    const Launched first = launch();
+    ASSERT_GE(first.number, 0);
+    const CommandResult second = run({first.name()});
+    EXPECT_EQ(second.status, 1);
+    expectOneLine(second, "display " + first.name() + " is in use");
+    EXPECT_TRUE(admits(first.number, first.authority)) << "the first one is unharmed";
+}
+
+TEST_F(LauncherLife, NumberTakenByAnotherKindOfServer) {
+    XServer other(XServer::Options{.kind = XServer::Kind::Xvfb});
+    const CommandResult result = run({other.name()});
+    EXPECT_EQ(result.status, 1);
+    expectOneLine(result, "display " + other.name() + " is in use");
+}
+
+TEST_F(LauncherLife, LockFileOfADeadServerIsNoObstacle) {
+    const int number = unusedNumber();
+    const fs::path lock = "/tmp/.X" + std::to_string(number) + "-lock";
+    const CommandResult dead = runCommand(Command{.arguments = {"/bin/sh", "-c", "echo $$"}});
+    FILE* file = fopen(lock.c_str(), "we");
+    ASSERT_NE(file, nullptr);
+    fprintf(file, "%10d\n", atoi(dead.output.c_str()));
+    fclose(file);
+    {
+        const Launched launched = launch({":" + std::to_string(number)});
+        EXPECT_EQ(launched.number, number) << launched.launcher->errors();
+    }
+    fs::remove(lock);
+}
+
+TEST_F(LauncherLife, NothingLeftAfterEndingSignals) {
+    for (const int number : {SIGTERM, SIGINT}) {
+        SCOPED_TRACE(strsignal(number));
+        Launched launched = launch();
+        ASSERT_GE(launched.number, 0);
+        ASSERT_GT(launched.server, 0);
+        EXPECT_NE(remains(launched), "");
+        launched.launcher->signal(number);
+        EXPECT_EQ(launched.launcher->wait(15s), 0);
+        // At once: who has waited for the launcher may count on it.
+        EXPECT_EQ(remains(launched), "");
+    }
+}
+
+TEST_F(LauncherLife, NothingLeftAfterTheLauncherIsKilled) {
+    Launched launched = launch();
+    ASSERT_GE(launched.number, 0);
+    ASSERT_TRUE(runs(launched.server));
+    launched.launcher->signal(SIGKILL);
+    EXPECT_EQ(launched.launcher->wait(10s), 128 + SIGKILL);
+    expectNothingLeft(launched);
+}
+
+TEST_F(LauncherLife, NothingLeftAfterTheServerIsKilled) {
+    Launched launched = launch();
+    ASSERT_GE(launched.number, 0);
+    ASSERT_EQ(kill(launched.server, SIGKILL), 0);
+    EXPECT_EQ(launched.launcher->wait(15s), 128 + SIGKILL) << "the launcher says how it ended";
+    EXPECT_EQ(remains(launched), "");
+}
+
+TEST_F(LauncherLife, NothingLeftAfterBothAreKilled) {
+    Launched launched = launch();
+    ASSERT_GE(launched.number, 0);
+    kill(launched.server, SIGSTOP); // it cannot clean up by itself
+    launched.launcher->signal(SIGKILL);
+    kill(launched.server, SIGKILL);
+    expectNothingLeft(launched);
+}
+
+TEST_F(LauncherLife, NothingLeftAfterSignalsToTheWholeGroup) {
+    Launched launched = launch();
+    ASSERT_GE(launched.number, 0);
+    kill(-launched.launcher->process(), SIGTERM); // as xinit does it, or a terminal
+    EXPECT_EQ(launched.launcher->wait(15s), 0);
+    EXPECT_EQ(remains(launched), "");
+}
+
+TEST_F(LauncherLife, NothingLeftWhicheverMomentItIsKilled) {
+    for (int milliseconds = 0; milliseconds < 120; milliseconds += 8)
+        for (const int number : {SIGKILL, SIGTERM}) {
+            SCOPED_TRACE(std::to_string(milliseconds) + " ms " + strsignal(number));
+            const int display = unusedNumber();
+            Launched launched;
+            launched.launcher = std::make_unique<Child>(command({":" + std::to_string(display)}));
+            launched.number = display;
+            std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
+            launched.launcher->signal(number);
+            EXPECT_TRUE(launched.launcher->wait(15s));
+            expectNothingLeft(launched);
+        }
+}
+
+TEST_F(LauncherLife, StatusOfAServerThatEndsByItself) {
+    // The server ends with its last client, if told so.
+    Launched launched = launch({"-terminate"});
+    ASSERT_GE(launched.number, 0);
+    EXPECT_TRUE(admits(launched.number, launched.authority));
+    EXPECT_EQ(launched.launcher->wait(15s), 0);
+    EXPECT_EQ(remains(launched), "");
+}
+
+/// Blocks SIGUSR1 in this thread, so that it can be waited for.
+class Usr1 {
+  public:
+    Usr1() {
+        sigemptyset(&m_set);
+        sigaddset(&m_set, SIGUSR1);
+        sigprocmask(SIG_BLOCK, &m_set, &m_before);
+    }
+    Usr1(const Usr1&) = delete;
+    Usr1& operator=(const Usr1&) = delete;
+    ~Usr1() { sigprocmask(SIG_SETMASK, &m_before, nullptr); }
+    /// The sender within the time, or -1.
+    pid_t sender(std::chrono::milliseconds time) {
+        const timespec wait{time.count() / 1000, time.count() % 1000 * 1000000};
+        siginfo_t info{};
+        return sigtimedwait(&m_set, &info, &wait) == SIGUSR1 ? info.si_pid : -1;
+    }
+
+  private:
+    sigset_t m_set{};
+    sigset_t m_before{};
+};
+
+TEST_F(LauncherLife, ParentThatIgnoresUsr1IsToldOfReadiness) {
+    Usr1 usr1;
+    const int number = unusedNumber();
+    Command asXinit = command({":" + std::to_string(number)});
+    asXinit.ignoredSignals = {SIGUSR1};
+    Child launcher(asXinit);
+    EXPECT_EQ(usr1.sender(20s), launcher.process()) << launcher.errors();
+    EXPECT_TRUE(listens(number));
+    EXPECT_TRUE(admits(number, "")) << "such a parent was told of no cookie";
+}
+
+TEST_F(LauncherLife, ParentWithACookieOfItsOwnNeedsNoOpenDoor) {
+    Usr1 usr1;
+    const int number = unusedNumber();
+    Command asStartx = command({":" + std::to_string(number), "-auth", XServer::authorityFile()});
+    asStartx.ignoredSignals = {SIGUSR1};
+    Child launcher(asStartx);
+    EXPECT_EQ(usr1.sender(20s), launcher.process()) << launcher.errors();
+    EXPECT_FALSE(admits(number, ""));
+    EXPECT_TRUE(admits(number, XServer::authorityFile()));
+}
+
+TEST_F(LauncherLife, OtherParentsGetNoSignal) {
+    Usr1 usr1;
+    const Launched launched = launch();
+    ASSERT_GE(launched.number, 0);
+    EXPECT_EQ(usr1.sender(300ms), -1);
+    EXPECT_FALSE(admits(launched.number, ""));
+}
+
+/// With a copy of what is installed, in a folder that the user can read: this also shows that the
+/// launcher finds its module wherever both are put.
+TEST_F(LauncherLife, OrdinaryUser) {
+    constexpr const char* nobody = "65534";
+    fs::create_directories(folder / "bin");
+    fs::create_directories(folder / "lib/xorg/modules/extensions");
+    fs::copy(buildProgram("Xkor"), folder / "bin/Xkor");
+    fs::copy(buildLibrary("xorg/modules/extensions/libkor.so"),
+             folder / "lib/xorg/modules/extensions/libkor.so");
+    Command ordinary = command({"-geometry", "640x480"});
+    ordinary.arguments[0] = folder / "bin/Xkor";
+    if (geteuid() == 0) {
+        for (const fs::path& path : {folder, state, runtime})
+            ASSERT_EQ(chown(path.c_str(), 65534, 65534), 0);
+        ordinary.arguments.insert(
+            ordinary.arguments.begin(),
+            {"setpriv", "--reuid", nobody, "--regid", nobody, "--clear-groups", "--"});
+    }
+    Launched launched = launch(ordinary);
+    ASSERT_GE(launched.number, 0) << launched.launcher->errors();
+    struct stat status {};
+    ASSERT_EQ(stat(launched.authority.c_str(), &status), 0);
+    EXPECT_EQ(status.st_uid, geteuid() == 0 ? 65534 : geteuid());
+    EXPECT_TRUE(admits(launched.number, launched.authority));
+    EXPECT_FALSE(admits(launched.number, ""));
+    launched.launcher->signal(SIGKILL);
+    expectNothingLeft(launched);
+}
+
+} // namespace
