@@ -96,9 +96,10 @@ bool bootStamp(char* stamp, unsigned size) {
         return false;
     timeval now{};
     gettimeofday(&now, nullptr);
-    const auto seconds =
+    const double seconds =
         static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_usec) / 1000000.0;
-    const auto boot = static_cast<time_t>(seconds - uptime + 0.5);
+    const double rounded = seconds - uptime + 0.5;
+    const auto boot = static_cast<time_t>(rounded);
     tm local{};
     tzset();
     localtime_r(&boot, &local);

@@ -1,5 +1,6 @@
 #include "support/text.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdlib>
@@ -16,7 +17,7 @@ bool appendComponent(char* path, size_t& length, const char* part) {
     const bool separator = last != '/' && last != '\\';
     if (length + partLength + (separator ? 1 : 0) + 1 > pathBufferSize)
         return false;
-    memcpy(path + length, part, partLength);
+    std::copy_n(part, partLength, path + length);
     length += partLength;
     if (separator)
         path[length++] = '/';
