@@ -25,7 +25,7 @@ const char* nameOf(Profile profile) {
 /// Every kind of context on every kind of config.
 class FrontBuffer : public testing::TestWithParam<std::tuple<Profile, int, bool>> {};
 
-Pixels frontAfterSwap(const GlTable& gl, bool adapted, Profile profile, const ConfigWish& wish) {
+Picture frontAfterSwap(const GlTable& gl, bool adapted, Profile profile, const ConfigWish& wish) {
     const ErrorCounter errors; // without the adapter, a config with alpha meets one
     const Connection display(adapted);
     GLXFBConfig config = chooseConfig(display, wish);
@@ -42,7 +42,7 @@ Pixels frontAfterSwap(const GlTable& gl, bool adapted, Profile profile, const Co
     EXPECT_EQ(gl.glGetError(), GLenum{GL_NO_ERROR});
     gl.glFinish();
     gl.glXMakeCurrent(display, None, nullptr);
-    Pixels front = readFront(display, config, pbuffer, Width, Height);
+    Picture front = readFront(display, config, pbuffer, Width, Height);
     gl.glXDestroyPbuffer(display, pbuffer);
     gl.glXDestroyContext(display, context);
     XSync(display, False);
@@ -55,7 +55,7 @@ Pixels frontAfterSwap(const GlTable& gl, bool adapted, Profile profile, const Co
 TEST_P(FrontBuffer, HoldsTheSwappedPicture) {
     const auto [profile, samples, alpha] = GetParam();
     const ConfigWish wish{.samples = samples, .alpha = alpha};
-    const Pixels wanted = pictureOf(Width, Height, 1);
+    const Picture wanted = pictureOf(Width, Height, 1);
     EXPECT_NE(frontAfterSwap(directGl(), false, profile, wish), wanted)
         << "this driver keeps front buffers: it cannot show that the adapter mends them";
     EXPECT_EQ(difference(frontAfterSwap(adaptedGl(), true, profile, wish), wanted, Width), "");
@@ -74,7 +74,7 @@ INSTANTIATE_TEST_SUITE_P(Contexts, FrontBuffer,
 /// One connection and config, through the adapter.
 class FrontBufferCase : public testing::Test {
   protected:
-    Pixels front(GLXDrawable drawable) {
+    Picture front(GLXDrawable drawable) {
         return readFront(display, config, drawable, Width, Height);
     }
     std::string frontDiffers(GLXDrawable drawable, int seed) {
@@ -130,7 +130,7 @@ TEST_F(FrontBufferCase, SwapWhileAnotherConnectionIsCurrent) {
     GLXContext one = context();
     ASSERT_TRUE(gl.glXMakeCurrent(display, drawable, one));
     drawPicture(gl, Width, Height, 4);
-    const XServer secondServer;
+    const XServer secondServer(localServer());
     const Connection second(true, secondServer.name());
     GLXFBConfig secondConfig = chooseConfig(second, {});
     const GLXPbuffer secondDrawable = makePbuffer(gl, second, secondConfig, Width, Height);

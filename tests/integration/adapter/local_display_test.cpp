@@ -35,8 +35,14 @@ XErrorEvent ErrorCounter::last() const {
     return lastError;
 }
 
+XServer::Options localServer() {
+    XServer::Options options;
+    options.kind = XServer::Kind::Xvfb;
+    return options;
+}
+
 const std::string& serverName() {
-    static const XServer server;
+    static const XServer server(localServer());
     return server.name();
 }
 
@@ -122,19 +128,19 @@ void drawPicture(const GlTable& gl, int width, int height, int seed) {
     gl.glDisable(GL_SCISSOR_TEST);
 }
 
-Pixels pictureOf(int width, int height, int seed) {
-    Pixels pixels;
+Picture pictureOf(int width, int height, int seed) {
+    Picture pixels;
     for (int row = 0; row < height; row++)
         for (int column = 0; column < width; column++)
             pixels.push_back(colourOf(row, column >= width / 2, seed));
     return pixels;
 }
 
-Pixels readFront(Display* display, GLXFBConfig config, GLXDrawable drawable, int width,
-                 int height) {
+Picture readFront(Display* display, GLXFBConfig config, GLXDrawable drawable, int width,
+                  int height) {
     const GlTable& gl = directGl();
     GLXContext reader = gl.glXCreateNewContext(display, config, GLX_RGBA_TYPE, nullptr, True);
-    Pixels pixels(static_cast<std::size_t>(width) * static_cast<std::size_t>(height));
+    Picture pixels(static_cast<std::size_t>(width) * static_cast<std::size_t>(height));
     if (gl.glXMakeCurrent(display, drawable, reader)) {
         int samples = 0;
         gl.glXGetFBConfigAttrib(display, config, GLX_SAMPLES, &samples);
@@ -163,7 +169,7 @@ Pixels readFront(Display* display, GLXFBConfig config, GLXDrawable drawable, int
     return pixels;
 }
 
-std::string difference(const Pixels& got, const Pixels& wanted, int width) {
+std::string difference(const Picture& got, const Picture& wanted, int width) {
     if (got.size() != wanted.size())
         return "sizes differ";
     for (std::size_t i = 0; i < got.size(); i++)

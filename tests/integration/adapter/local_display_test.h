@@ -3,8 +3,8 @@
 
 #include <gtest/gtest.h> // before the macros of Xlib
 
+#include "framework/x_server.h"
 #include "gl_table.h"
-#include "x_server.h"
 
 #include <array>
 #include <atomic>
@@ -25,7 +25,7 @@ struct ConfigWish {
 /// The kind of context an application makes.
 enum class Profile { Compatibility, Core, Es2, Es3 };
 
-using Pixels = std::vector<std::array<unsigned char, 4>>;
+using Picture = std::vector<std::array<unsigned char, 4>>;
 
 /// Counts the X errors of the process from its making on; the handler before comes back at the end.
 class ErrorCounter {
@@ -41,6 +41,8 @@ class ErrorCounter {
     XErrorHandler before_;
 };
 
+/// A server with software GL.
+XServer::Options localServer();
 /// One server for the whole test program.
 const std::string& serverName();
 
@@ -67,11 +69,12 @@ GLXPbuffer makePbuffer(const GlTable& gl, Display* display, GLXFBConfig config, 
 /// Draws a picture that differs in every row and in both halves into the current draw buffer,
 /// another for each seed; leaves the scissor test off. Works in contexts of every kind.
 void drawPicture(const GlTable& gl, int width, int height, int seed);
-Pixels pictureOf(int width, int height, int seed);
+Picture pictureOf(int width, int height, int seed);
 /// The front buffer as a second context sees it; leaves the thread with nothing current.
-Pixels readFront(Display* display, GLXFBConfig config, GLXDrawable drawable, int width, int height);
+Picture readFront(Display* display, GLXFBConfig config, GLXDrawable drawable, int width,
+                  int height);
 /// Empty when both are equal, else where they first differ.
-std::string difference(const Pixels& got, const Pixels& wanted, int width);
+std::string difference(const Picture& got, const Picture& wanted, int width);
 
 } // namespace kor::test
 
