@@ -1,0 +1,150 @@
+#include "local_display_test.h"
+
+#include "adapter/adapter.h"
+#include "fresh_adapter.h"
+#include "obedient_driver.h"
+
+#include <atomic>
+#include <csignal>
+#include <dlfcn.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+namespace kor::test {
+namespace {
+
+/// The adapter in front of the made-up driver, on a connection to a real server.
+class ObedientDriver : public testing::Test {
+  protected:
+    template <typename Function> Function* control(const char* name) const {
+        return reinterpret_cast<Function*>(dlsym(driver, name));
+    }
+    void prepare(bool keepsFront) {
+        ASSERT_TRUE(adapter.init(driver));
+        control<decltype(obedientKeepFront)>("obedientKeepFront")(keepsFront);
+        adapter.find<decltype(kor_adapter_local_display)>("kor_adapter_local_display")(display);
+        create = adapter.find<decltype(glXCreatePbuffer)>("glXCreatePbuffer");
+        swap = adapter.find<decltype(glXSwapBuffers)>("glXSwapBuffers");
+        makeCurrent = adapter.find<decltype(glXMakeCurrent)>("glXMakeCurrent");
+        destroy = adapter.find<decltype(glXDestroyPbuffer)>("glXDestroyPbuffer");
+    }
+    int calls() const { return control<decltype(obedientCalls)>("obedientCalls")(); }
+    int contexts() const { return control<decltype(obedientContexts)>("obedientContexts")(); }
+    GLXContext makeDriverContext() const {
+        return control<decltype(glXCreateNewContext)>("glXCreateNewContext")(
+            display, nullptr, GLX_RGBA_TYPE, nullptr, True);
+    }
+    /// Draws red and swaps.
+    void frame(GLXDrawable drawable) const {
+        control<decltype(glClearColor)>("glClearColor")(1, 0, 0, 1);
+        control<decltype(glClear)>("glClear")(GL_COLOR_BUFFER_BIT);
+        swap(display, drawable);
+    }
+    int front(GLXDrawable drawable) const {
+        return control<decltype(obedientFront)>("obedientFront")(drawable);
+    }
+    static constexpr int Red = 0xff00;
+
+    const FreshAdapter adapter;
+    void* driver = adapter.openElsewhere(KOR_OBEDIENT_DRIVER);
+    Connection display{false};
+    decltype(&glXCreatePbuffer) create = nullptr;
+    decltype(&glXSwapBuffers) swap = nullptr;
+    decltype(&glXMakeCurrent) makeCurrent = nullptr;
+    decltype(&glXDestroyPbuffer) destroy = nullptr;
+};
+
+TEST_F(ObedientDriver, ThatNeedsNoHelpGetsNone) {
+    prepare(true);
+    GLXContext context = makeDriverContext();
+    const int contextsBefore = contexts();
+    const GLXPbuffer drawable = create(display, nullptr, nullptr);
+    const int before = calls();
+    makeCurrent(display, drawable, context);
+    EXPECT_GT(calls(), before);
+    const int drawn = calls();
+    frame(drawable);
+    EXPECT_EQ(calls(), drawn + 3) << "the colour, the clear and one swap";
+    destroy(display, drawable);
+    EXPECT_EQ(calls(), drawn + 4);
+    EXPECT_EQ(contexts(), contextsBefore);
+    EXPECT_EQ(front(drawable), Red);
+    makeCurrent(display, None, nullptr);
+}
+
+TEST_F(ObedientDriver, ThatForgetsIsHelped) {
+    prepare(false);
+    GLXContext context = makeDriverContext();
+    const GLXPbuffer drawable = create(display, nullptr, nullptr);
+    makeCurrent(display, drawable, context);
+    frame(drawable);
+    EXPECT_EQ(front(drawable), Red);
+    const int contextsThen = contexts();
+    frame(drawable);
+    EXPECT_EQ(contexts(), contextsThen) << "the helper context is used again";
+    makeCurrent(display, None, nullptr);
+}
+
+TEST_F(ObedientDriver, NoHelperIsCurrentTwiceAndNoLockIsHeldInTheDriver) {
+    prepare(false);
+    std::vector<std::thread> threads;
+    std::atomic<int> wrong{0};
+    for (int i = 0; i < 4; i++)
+        threads.emplace_back([&] {
+            GLXContext context = makeDriverContext();
+            const GLXPbuffer drawable = create(display, nullptr, nullptr);
+            makeCurrent(display, drawable, context);
+            for (int n = 0; n < 200; n++) {
+                frame(drawable);
+                wrong += front(drawable) == Red ? 0 : 1;
+            }
+            makeCurrent(display, None, nullptr);
+            destroy(display, drawable);
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(wrong, 0);
+    EXPECT_EQ(control<decltype(obedientViolations)>("obedientViolations")(), 0);
+    EXPECT_GT(control<decltype(obedientSwapsAtOnce)>("obedientSwapsAtOnce")(), 1);
+}
+
+TEST_F(ObedientDriver, AForkedChildGoesOnWhateverOtherThreadsDid) {
+    prepare(false);
+    std::atomic<bool> stop{false};
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 3; i++)
+        threads.emplace_back([&] {
+            GLXContext context = makeDriverContext();
+            while (!stop) { // look-ups in the adapter's tables, over and over
+                const GLXPbuffer drawable = create(display, nullptr, nullptr);
+                for (int n = 0; n < 2000 && !stop; n++)
+                    makeCurrent(display, drawable, context);
+                makeCurrent(display, None, nullptr);
+                destroy(display, drawable);
+            }
+        });
+    for (int i = 0; i < 60; i++) {
+        const pid_t child = fork();
+        ASSERT_GE(child, 0);
+        if (child == 0) {
+            alarm(10); // a child that hangs ends by a signal
+            GLXContext context = makeDriverContext();
+            const GLXPbuffer drawable = create(display, nullptr, nullptr);
+            makeCurrent(display, drawable, context);
+            frame(drawable);
+            _exit(front(drawable) == Red ? 0 : 1);
+        }
+        int status = 0;
+        waitpid(child, &status, 0);
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "status " << status;
+        if (!WIFEXITED(status))
+            break;
+    }
+    stop = true;
+    for (std::thread& thread : threads)
+        thread.join();
+}
+
+} // namespace
+} // namespace kor::test
