@@ -84,13 +84,22 @@ TEST(PbufferPutError, OtherErrorsStillReachTheHandler) {
     EXPECT_EQ(errors.count(), 2);
     EXPECT_EQ(errors.last().error_code, BadDrawable);
 
+    // Even to what was a pbuffer.
+    GLXFBConfig config = chooseConfig(display, {.alpha = true});
+    const GLXPbuffer pbuffer = makePbuffer(adaptedGl(), display, config, Width, Height);
+    directGl().glXDestroyPbuffer(display, pbuffer);
+    putImage(display, pbuffer, 24);
+    XSync(display, False);
+    EXPECT_EQ(errors.count(), 3);
+    EXPECT_EQ(errors.last().error_code, BadDrawable);
+
     // Another request with the same error.
     const Pixmap shallow =
         XCreatePixmap(display, DefaultRootWindow(static_cast<Display*>(display)), 8, 8, 24);
     GC gc = XCreateGC(display, shallow, 0, nullptr);
     XCopyArea(display, deep, shallow, gc, 0, 0, 8, 8, 0, 0);
     XSync(display, False);
-    EXPECT_EQ(errors.count(), 3);
+    EXPECT_EQ(errors.count(), 4);
     EXPECT_EQ(errors.last().error_code, BadMatch);
     EXPECT_EQ(errors.last().request_code, X_CopyArea);
 }
