@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <string_view>
 #include <unistd.h>
 
@@ -52,7 +51,7 @@ ssize_t __wrap_readlink(const char* name, char* buffer, size_t size) {
         return -1;
     }
     const size_t length = std::min(size, executableLink->size());
-    memcpy(buffer, executableLink->data(), length);
+    std::copy_n(executableLink->data(), length, buffer);
     return static_cast<ssize_t>(length);
 }
 

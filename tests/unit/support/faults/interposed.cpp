@@ -145,7 +145,7 @@ ssize_t __wrap_readlink(const char* name, char* buffer, size_t size) {
     if (!linkText)
         return __real_readlink(name, buffer, size);
     const size_t length = std::min(size, linkText->size());
-    memcpy(buffer, linkText->data(), length);
+    std::copy_n(linkText->data(), length, buffer);
     return static_cast<ssize_t>(length);
 }
 }
