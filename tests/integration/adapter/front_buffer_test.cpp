@@ -150,6 +150,19 @@ TEST_F(FrontBufferCase, SwapWhileAnotherConnectionIsCurrent) {
     EXPECT_EQ(errors.count(), 0);
 }
 
+TEST_F(FrontBufferCase, ContextThatIsNotFlushedWhenItIsReleased) {
+    const int attributes[] = {GLX_CONTEXT_RELEASE_BEHAVIOR_ARB,
+                              GLX_CONTEXT_RELEASE_BEHAVIOR_NONE_ARB, None};
+    const GLXPbuffer drawable = pbuffer();
+    GLXContext one = gl.glXCreateContextAttribsARB(display, config, nullptr, True, attributes);
+    ASSERT_TRUE(gl.glXMakeCurrent(display, drawable, one));
+    drawPicture(gl, Width, Height, 12);
+    gl.glXSwapBuffers(display, drawable);
+    gl.glXMakeCurrent(display, None, nullptr);
+    EXPECT_EQ(frontDiffers(drawable, 12), "");
+    EXPECT_EQ(errors.count(), 0);
+}
+
 TEST_F(FrontBufferCase, SharedContexts) {
     const GLXPbuffer first = pbuffer();
     const GLXPbuffer second = pbuffer();

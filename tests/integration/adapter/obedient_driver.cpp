@@ -35,6 +35,7 @@ std::atomic<unsigned long> lastDrawable{0};
 std::atomic<bool> keepFront{true};
 std::atomic<int> calls{0};
 std::atomic<int> contexts{0};
+std::atomic<int> destroyedContexts{0};
 std::atomic<int> violations{0};
 std::atomic<int> swapping{0};
 std::atomic<int> swapsAtOnce{0};
@@ -54,6 +55,9 @@ int obedientCalls() {
 }
 int obedientContexts() {
     return contexts;
+}
+int obedientLiveContexts() {
+    return contexts - destroyedContexts;
 }
 int obedientViolations() {
     return violations;
@@ -111,6 +115,7 @@ GLXContext glXCreateNewContext(Display*, GLXFBConfig, int, GLXContext, Bool) {
 
 void glXDestroyContext(Display*, GLXContext context) {
     calls++;
+    destroyedContexts++;
     delete reinterpret_cast<Context*>(context);
 }
 

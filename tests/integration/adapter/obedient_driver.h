@@ -12,6 +12,8 @@ void obedientKeepFront(bool keep);
 int obedientCalls();
 /// Contexts made so far.
 int obedientContexts();
+/// Of these, the ones that were not destroyed.
+int obedientLiveContexts();
 /// Times that a context was made current while another thread had it.
 int obedientViolations();
 /// The colour in the front buffer: red in the upper byte, green in the lower.

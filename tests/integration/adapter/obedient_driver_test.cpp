@@ -86,6 +86,23 @@ TEST_F(ObedientDriver, ThatForgetsIsHelped) {
     makeCurrent(display, None, nullptr);
 }
 
+TEST_F(ObedientDriver, ItsHelpersEndWithTheConnection) {
+    prepare(false);
+    auto* live = control<decltype(obedientLiveContexts)>("obedientLiveContexts");
+    GLXContext context = makeDriverContext();
+    const int before = live();
+    {
+        const Connection closed(false);
+        adapter.find<decltype(kor_adapter_local_display)>("kor_adapter_local_display")(closed);
+        const GLXPbuffer drawable = create(closed, nullptr, nullptr);
+        makeCurrent(closed, drawable, context);
+        swap(closed, drawable);
+        makeCurrent(closed, None, nullptr);
+        EXPECT_EQ(live(), before + 1);
+    }
+    EXPECT_EQ(live(), before);
+}
+
 TEST_F(ObedientDriver, NoHelperIsCurrentTwiceAndNoLockIsHeldInTheDriver) {
     prepare(false);
     std::vector<std::thread> threads;
