@@ -24,15 +24,15 @@ std::string socketPath(int number) {
     return "/tmp/.X11-unix/X" + std::to_string(number);
 }
 
-/// The Xorg among the children of a process, or -1.
-pid_t serverOf(pid_t launcher) {
-    const std::string base = "/proc/" + std::to_string(launcher) + "/task/";
-    std::ifstream children(base + std::to_string(launcher) + "/children");
+/// The child of a process that bears the name, or -1.
+pid_t childOf(const Launched& launched, const std::string& wanted) {
+    const std::string launcher = std::to_string(launched.launcher->process());
+    std::ifstream children("/proc/" + launcher + "/task/" + launcher + "/children");
     pid_t child = -1;
     while (children >> child) {
         std::string name;
         std::ifstream("/proc/" + std::to_string(child) + "/comm") >> name;
-        if (name == "Xorg")
+        if (name == wanted)
             return child;
     }
     return -1;
@@ -98,11 +98,18 @@ Launched LauncherTest::launch(Command command) {
     if (!answered || !text.ends_with('\n'))
         return launched;
     launched.number = atoi(text.c_str());
-    launched.server = serverOf(launched.launcher->process());
+    launched.server = serverOf(launched);
     const std::string said = launched.launcher->errors();
     if (const size_t at = said.find("XAUTHORITY="); at != std::string::npos)
         launched.authority = said.substr(at + 11, said.find('\n', at) - at - 11);
     return launched;
+}
+
+pid_t LauncherTest::serverOf(const Launched& launched) {
+    return childOf(launched, "Xorg");
+}
+pid_t LauncherTest::janitorOf(const Launched& launched) {
+    return childOf(launched, "Xkor-janitor");
 }
 
 int LauncherTest::unusedNumber() {

@@ -46,6 +46,9 @@ class LauncherTest : public testing::Test {
     static bool admits(int number, const std::string& authority);
     static bool listens(int number);
     static bool runs(pid_t process);
+    /// The processes that a launcher has started: the Xorg, or the one that cleans up; -1: none.
+    static pid_t serverOf(const Launched& launched);
+    static pid_t janitorOf(const Launched& launched);
 
     /// What is left of a server and its launcher in the system, as a text; empty: nothing.
     [[nodiscard]] std::string remains(const Launched& launched) const;

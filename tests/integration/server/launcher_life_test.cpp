@@ -5,10 +5,16 @@
 
 #include <csignal>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+#include <string>
 #include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
+#include <vector>
 
 /// Starting, being ready, and leaving nothing behind, whichever way the end comes.
 
@@ -20,9 +26,10 @@ namespace fs = std::filesystem;
 
 class LauncherLife : public LauncherTest {
   protected:
-    /// Waits until nothing is left, and says what is.
+    /// Waits until nothing is left, and says what is: for less time than the ten seconds after
+    /// which a server that does not listen is killed.
     void expectNothingLeft(const Launched& launched) {
-        waitUntil([&] { return remains(launched).empty(); }, 15s);
+        waitUntil([&] { return remains(launched).empty(); }, 8s);
         EXPECT_EQ(remains(launched), "");
     }
 };
@@ -164,6 +171,76 @@ TEST_F(LauncherLife, NothingLeftWhicheverMomentItIsKilled) {
             EXPECT_TRUE(launched.launcher->wait(15s));
             expectNothingLeft(launched);
         }
+}
+
+/// The sockets in the file system that a process listens on.
+std::vector<std::string> socketsOf(pid_t process) {
+    std::vector<std::string> found;
+    std::error_code none;
+    for (const auto& entry :
+         fs::directory_iterator("/proc/" + std::to_string(process) + "/fd", none)) {
+        const std::string target = fs::read_symlink(entry.path(), none).string();
+        if (!target.starts_with("socket:["))
+            continue;
+        const std::string inode = target.substr(8, target.size() - 9);
+        std::ifstream table("/proc/net/unix");
+        for (std::string line; std::getline(table, line);) {
+            std::istringstream words(line);
+            std::vector<std::string> fields{std::istream_iterator<std::string>(words), {}};
+            if (fields.size() == 8 && fields[6] == inode && fields[7].starts_with("/"))
+                found.push_back(fields[7]);
+        }
+    }
+    return found;
+}
+
+/// Whether a process has a handler for SIGTERM, or ignores it.
+bool survivesTerm(pid_t process) {
+    std::ifstream file("/proc/" + std::to_string(process) + "/status");
+    unsigned long survived = 0;
+    for (std::string line; std::getline(file, line);)
+        if (line.starts_with("SigIgn:") || line.starts_with("SigCgt:"))
+            survived |= std::stoul(line.substr(7), nullptr, 16);
+    return survived >> (SIGTERM - 1) & 1;
+}
+
+/// Here nobody but the server knows the number while it starts: it must end in good order.
+TEST_F(LauncherLife, NothingLeftWhicheverMomentItIsKilledWithoutANumber) {
+    int caughtWithSocket = 0;
+    for (int milliseconds = 4; milliseconds < 100; milliseconds += 4) {
+        const int number = milliseconds % 8 ? SIGKILL : SIGTERM;
+        SCOPED_TRACE(std::to_string(milliseconds) + " ms " + strsignal(number));
+        Launched launched;
+        launched.launcher = std::make_unique<Child>(command({"-displayfd", "1"}));
+        std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
+        launched.server = serverOf(launched);
+        std::vector<std::string> sockets;
+        if (launched.server != -1) {
+            kill(launched.server, SIGSTOP); // so that the moment lasts
+            EXPECT_TRUE(survivesTerm(launched.server)) << "it would leave what it has made by now";
+            sockets = socketsOf(launched.server);
+            caughtWithSocket += !sockets.empty() && launched.launcher->output().empty();
+        }
+        launched.launcher->signal(number);
+        if (launched.server != -1)
+            kill(launched.server, SIGCONT);
+        EXPECT_TRUE(launched.launcher->wait(15s));
+        expectNothingLeft(launched);
+        for (const std::string& path : sockets)
+            EXPECT_FALSE(fs::exists(path)) << path;
+    }
+    EXPECT_GT(caughtWithSocket, 0) << "the moments were chosen badly";
+}
+
+TEST_F(LauncherLife, ServerEndsWithTheLauncherAlsoWhenNobodyCleansUp) {
+    Launched launched = launch();
+    ASSERT_GE(launched.number, 0);
+    const pid_t janitor = janitorOf(launched);
+    ASSERT_GT(janitor, 0);
+    kill(janitor, SIGKILL);
+    launched.launcher->signal(SIGKILL);
+    EXPECT_TRUE(waitUntil([&] { return !runs(launched.server); }, 15s));
+    EXPECT_FALSE(listens(launched.number));
 }
 
 TEST_F(LauncherLife, StatusOfAServerThatEndsByItself) {
