@@ -58,14 +58,22 @@ int onBrokenConnection(Display* display) {
     return isOwn(display) ? 0 : _XDefaultIOError(display);
 }
 
-/// What Xlib does about a broken connection last of all, and per connection: by default, end the
-/// process.
+/// What Xlib calls about a broken connection last of all, to end the process. Xlib does not expect
+/// that to return, so what it leaves behind is put right. It has taken the user's lock
+/// (XLockDisplay) and released the other one, which its caller will release once more. And it drops
+/// no request from now on, but collects them until the functions that add them write through a null
+/// pointer; without the mark on the connection, it instead fails to send them, and comes here
+/// again.
 void onExit(Display* display, void*) {
     static std::atomic<bool> said{false};
     if (!said.exchange(true))
         report("the library's own connection to the X server %s broke. The application goes on; "
                "what needs that server fails from now on.",
                DisplayString(display));
+    XUnlockDisplay(display);
+    LockDisplay(display);
+    display->flags = display->flags & ~static_cast<unsigned long>(XlibDisplayIOError);
+    display->bufptr = display->buffer;
 }
 
 /// Finds the handler among those of the connection: what Xlib tells a closing hook is the display

@@ -17,9 +17,11 @@ namespace kor::front {
 /// A broken connection: an I/O error handler of the application's own is told, as ever; while it
 /// has none, Xlib's own would end the process, which is prevented, and the first is reported. Here
 /// the process-wide handler does change: Xlib's default is replaced by one that calls it for every
-/// other connection. Afterwards Xlib drops further requests on the connection; what waits for a
-/// reply returns at once, with results that mean nothing; and XNextEvent must not be called on it
-/// any more (Xlib 1.8 crashes). The application's own connections end it when they break, as ever.
+/// other connection. Afterwards requests on the connection are dropped and what waits for a reply
+/// returns at once; XNextEvent must not be called on it any more (Xlib 1.8 crashes). Whether the
+/// application lives on with a broken local display is then up to the driver: Mesa's software
+/// rasteriser takes the size of its drawable from a failed XGetGeometry and may crash (Mesa 22.3).
+/// The application's own connections end it when they break, as ever.
 ///
 /// Called on the thread that has just opened the connection; undone by itself when it is closed.
 void standInForErrors(Display* display);

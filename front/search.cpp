@@ -104,7 +104,8 @@ std::vector<std::string> libraryCandidates(const SearchPlaces& places, const std
     for (std::string folder : folders) {
         while (folder.size() > 1 && folder.back() == '/')
             folder.pop_back();
-        std::string candidate = folder + "/" + name;
+        std::string candidate = std::move(folder);
+        candidate += "/" + name;
         if (std::find(candidates.begin(), candidates.end(), candidate) == candidates.end())
             candidates.push_back(std::move(candidate));
     }

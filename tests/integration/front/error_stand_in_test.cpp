@@ -11,6 +11,7 @@
 #include <gmock/gmock.h>
 #include <poll.h>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 
 namespace {
@@ -205,6 +206,13 @@ TEST_F(FrontErrors, ABrokenConnectionOfTheLibraryDoesNotEndTheProcess) {
         unsigned size = 0;
         XGetGeometry(display, nothing, &root, &x, &y, &size, &size, &size, &size);
         XInternAtom(display, "NO_SUCH_ATOM", False);
+        for (int i = 0; i < 10000; ++i) // more than Xlib's buffer holds
+            XMapWindow(display, nothing);
+        // Other threads are not locked out.
+        std::thread([&] {
+            for (int i = 0; i < 10000; ++i)
+                provokeError(display);
+        }).join();
         XCloseDisplay(display);
     });
     EXPECT_EQ(countLines(result.errors), 1U) << result.errors;
