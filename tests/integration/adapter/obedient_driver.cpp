@@ -82,8 +82,9 @@ GLXFBConfig* glXChooseFBConfig(Display*, int, const int*, int* count) {
     return chosen;
 }
 
-int glXGetFBConfigAttrib(Display*, GLXFBConfig, int attribute, int* value) {
-    *value = attribute == GLX_RENDER_TYPE ? GLX_RGBA_BIT : 1;
+int glXGetFBConfigAttrib(Display*, GLXFBConfig, int, int* value) {
+    static_assert(GLX_RGBA_BIT == 1); // the answer to GLX_RENDER_TYPE, and yes to all the others
+    *value = 1;
     return 0;
 }
 

@@ -52,11 +52,13 @@ void swapInThreads(bool oneConnection) {
     const GlTable& gl = adaptedGl();
     const ErrorCounter errors;
     std::vector<std::unique_ptr<Connection>> connections;
+    connections.reserve(ThreadCount);
     for (int i = 0; i < (oneConnection ? 1 : ThreadCount); i++)
         connections.push_back(std::make_unique<Connection>());
     std::mutex localDisplayMutex;
     std::vector<std::string> failures(ThreadCount);
     std::vector<std::thread> threads;
+    threads.reserve(ThreadCount);
     for (int index = 0; index < ThreadCount; index++) {
         threads.emplace_back([&, index] {
             const auto at = static_cast<std::size_t>(index);
