@@ -106,6 +106,7 @@ TEST_F(ObedientDriver, ItsHelpersEndWithTheConnection) {
 TEST_F(ObedientDriver, NoHelperIsCurrentTwiceAndNoLockIsHeldInTheDriver) {
     prepare(false);
     std::vector<std::thread> threads;
+    threads.reserve(4);
     std::atomic<int> wrong{0};
     for (int i = 0; i < 4; i++)
         threads.emplace_back([&] {
@@ -130,6 +131,7 @@ TEST_F(ObedientDriver, AForkedChildGoesOnWhateverOtherThreadsDid) {
     prepare(false);
     std::atomic<bool> stop{false};
     std::vector<std::thread> threads;
+    threads.reserve(4);
     for (int i = 0; i < 3; i++)
         threads.emplace_back([&] {
             GLXContext context = makeDriverContext();
