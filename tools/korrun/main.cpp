@@ -43,7 +43,7 @@ std::string chooseGlDisplay(const Options& options) {
         return *options.glDisplay;
     }
     const std::string named = variable("KOR_GL_DISPLAY");
-    const std::string name = named.empty() ? usualGpuDisplay : named;
+    std::string name = named.empty() ? usualGpuDisplay : named;
     const DisplayState state = probeDisplay(name);
     // A display that nobody named may be anybody's; it is used only for its GPU.
     if (named.empty() ? state == DisplayState::DrivesGpu : isUsable(state))

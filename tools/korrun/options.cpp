@@ -150,7 +150,7 @@ Options parseOptions(const std::vector<std::string>& arguments) {
             valued->store(options, argument.substr(equals + 1));
         } else {
             if (next == arguments.size())
-                refuse(name + " needs a value: " + name + " " + valued->valueName);
+                refuse("a value is missing: " + name + " " + valued->valueName);
             valued->store(options, arguments[next++]);
         }
     }

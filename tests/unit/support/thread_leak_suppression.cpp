@@ -2,4 +2,6 @@
 // sanitizer takes for a leak.
 extern "C" __attribute__((visibility("default"))) const char* __tsan_default_suppressions();
 
-const char* __tsan_default_suppressions() { return "thread:support/thread.h\n"; }
+const char* __tsan_default_suppressions() {
+    return "thread:support/thread.h\n";
+}
