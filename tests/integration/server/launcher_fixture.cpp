@@ -10,6 +10,7 @@
 #include <fstream>
 #include <random>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -99,6 +100,7 @@ Launched LauncherTest::launch(Command command) {
         return launched;
     launched.number = atoi(text.c_str());
     launched.server = serverOf(launched);
+    launched.socket = identityOf(socketPath(launched.number));
     const std::string said = launched.launcher->errors();
     if (const size_t at = said.find("XAUTHORITY="); at != std::string::npos)
         launched.authority = said.substr(at + 11, said.find('\n', at) - at - 11);
@@ -139,6 +141,14 @@ bool LauncherTest::listens(int number) {
     return false;
 }
 
+std::string LauncherTest::identityOf(const std::string& path) {
+    struct stat status {};
+    if (stat(path.c_str(), &status) != 0)
+        return "";
+    return std::to_string(status.st_dev) + " " + std::to_string(status.st_ino) + " " +
+           std::to_string(status.st_ctim.tv_sec) + "." + std::to_string(status.st_ctim.tv_nsec);
+}
+
 bool LauncherTest::runs(pid_t process) {
     std::ifstream file("/proc/" + std::to_string(process) + "/stat");
     std::string line;
@@ -155,13 +165,15 @@ std::string LauncherTest::remains(const Launched& launched) const {
         found += "launcher ";
     if (runs(launched.server))
         found += "server ";
-    if (launched.number >= 0) {
+    if (launched.number >= 0 && launched.socket.empty()) {
         for (const std::string& path :
              {socketPath(launched.number), "/tmp/.X" + std::to_string(launched.number) + "-lock"})
             if (fs::exists(path))
                 found += path + " ";
         if (listens(launched.number))
             found += "listener ";
+    } else if (launched.number >= 0 && identityOf(socketPath(launched.number)) == launched.socket) {
+        found += socketPath(launched.number) + " ";
     }
     for (const auto& entry : fs::directory_iterator(runtime))
         found += entry.path().string() + " ";

@@ -20,6 +20,8 @@ struct Launched {
     int number = -1;       ///< -1: it did not start
     std::string authority; ///< as it says on its standard error output; empty: it said nothing
     pid_t server = -1;     ///< the Xorg process
+    /// Its socket, as identityOf() tells it; empty: not known, and the number is nobody else's.
+    std::string socket;
 
     [[nodiscard]] std::string name() const { return ":" + std::to_string(number); }
 };
@@ -46,6 +48,9 @@ class LauncherTest : public testing::Test {
     static bool admits(int number, const std::string& authority);
     static bool listens(int number);
     static bool runs(pid_t process);
+    /// Tells a file from a later one of the same name, for numbers that servers pick by themselves
+    /// are taken by others as soon as they are free. Empty: there is no such file.
+    static std::string identityOf(const std::string& path);
     /// The processes that a launcher has started: the Xorg, or the one that cleans up; -1: none.
     static pid_t serverOf(const Launched& launched);
     static pid_t janitorOf(const Launched& launched);
