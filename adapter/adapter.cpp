@@ -2,6 +2,7 @@
 
 #include "driver.h"
 #include "driver_trial.h"
+#include "fbconfig_owners.h"
 #include "id_range.h"
 #include "local_displays.h"
 #include "pbuffer_put_error.h"
@@ -31,4 +32,5 @@ void kor_adapter_local_display(Display* display) {
         dropPbufferPutErrors(display);
     if (habits.forgetsFront || habits.putErrors)
         addLocalDisplay(display, habits.forgetsFront);
+    learnFbconfigs(display);
 }

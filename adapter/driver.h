@@ -43,6 +43,8 @@ class SystemLibrary : public FunctionSource {
     X(glXDestroyPixmap)                                                                            \
     X(glXDestroyGLXPixmap)                                                                         \
     X(glXCreateNewContext)                                                                         \
+    X(glXCreateContextAttribsARB)                                                                  \
+    X(glXCreateContextWithConfigSGIX)                                                              \
     X(glXDestroyContext)                                                                           \
     X(glXGetCurrentContext)                                                                        \
     X(glXGetCurrentDisplay)                                                                        \
@@ -50,15 +52,25 @@ class SystemLibrary : public FunctionSource {
     X(glXGetCurrentReadDrawable)                                                                   \
     X(glXQueryExtension)                                                                           \
     X(glXChooseFBConfig)                                                                           \
+    X(glXGetFBConfigs)                                                                             \
     X(glXGetFBConfigAttrib)                                                                        \
     X(glXGetVisualFromFBConfig)                                                                    \
+    X(glXGetFBConfigAttribSGIX)                                                                    \
+    X(glXGetVisualFromFBConfigSGIX)                                                                \
     X(glXQueryDrawable)                                                                            \
+    X(glBeginQuery)                                                                                \
     X(glBlitFramebuffer)                                                                           \
     X(glClear)                                                                                     \
     X(glClearColor)                                                                                \
     X(glDrawBuffer)                                                                                \
+    X(glEndQuery)                                                                                  \
     X(glFinish)                                                                                    \
     X(glFlush)                                                                                     \
+    X(glGetIntegerv)                                                                               \
+    X(glGetQueryObjectiv)                                                                          \
+    X(glGetQueryiv)                                                                                \
+    X(glGetString)                                                                                 \
+    X(glIsQuery)                                                                                   \
     X(glReadBuffer)                                                                                \
     X(glReadPixels)
 

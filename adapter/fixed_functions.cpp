@@ -2,8 +2,10 @@
 
 #include "bound_objects.h"
 #include "driver.h"
+#include "fbconfig_owners.h"
 #include "front_buffer.h"
 #include "pbuffer_put_error.h"
+#include "query_state.h"
 #include "release_without_context.h"
 
 #include <cstring>
@@ -45,6 +47,7 @@ template <auto destroy> void destroyPixmap(Display* display, GLXDrawable pixmap)
 }
 
 GLXPbuffer createPbuffer(Display* display, GLXFBConfig config, const int* attributes) {
+    config = ownFbconfig(display, config);
     if (noHelpNeeded())
         return driver.glXCreatePbuffer(display, config, attributes);
     const GLXPbuffer made = driver.glXCreatePbuffer(display, config, attributes);
@@ -55,6 +58,7 @@ GLXPbuffer createPbuffer(Display* display, GLXFBConfig config, const int* attrib
 
 GLXPbufferSGIX createPbufferSGIX(Display* display, GLXFBConfigSGIX config, unsigned width,
                                  unsigned height, int* attributes) {
+    config = ownFbconfig(display, config);
     if (noHelpNeeded())
         return driver.glXCreateGLXPbufferSGIX(display, config, width, height, attributes);
     const GLXPbufferSGIX made =
@@ -65,6 +69,7 @@ GLXPbufferSGIX createPbufferSGIX(Display* display, GLXFBConfigSGIX config, unsig
 }
 
 GLXPixmap createPixmap(Display* display, GLXFBConfig config, Pixmap pixmap, const int* attributes) {
+    config = ownFbconfig(display, config);
     const GLXPixmap made = driver.glXCreatePixmap(display, config, pixmap, attributes);
     if (!noHelpNeeded())
         addDrawable(display, made, config, destroyPixmap<&Driver::glXDestroyPixmap>);
@@ -72,6 +77,7 @@ GLXPixmap createPixmap(Display* display, GLXFBConfig config, Pixmap pixmap, cons
 }
 
 GLXPixmap createPixmapSGIX(Display* display, GLXFBConfigSGIX config, Pixmap pixmap) {
+    config = ownFbconfig(display, config);
     const GLXPixmap made = driver.glXCreateGLXPixmapWithConfigSGIX(display, config, pixmap);
     if (!noHelpNeeded())
         addDrawable(display, made, config, destroyPixmap<&Driver::glXDestroyGLXPixmap>);
@@ -88,6 +94,32 @@ void destroyContextFixed(Display* display, GLXContext context) {
     if (noHelpNeeded())
         return driver.glXDestroyContext(display, context);
     destroyContext(display, context);
+}
+
+GLXContext createNewContext(Display* display, GLXFBConfig config, int renderType, GLXContext share,
+                            Bool direct) {
+    return driver.glXCreateNewContext(display, ownFbconfig(display, config), renderType, share,
+                                      direct);
+}
+
+GLXContext createContextAttribs(Display* display, GLXFBConfig config, GLXContext share, Bool direct,
+                                const int* attributes) {
+    return driver.glXCreateContextAttribsARB(display, ownFbconfig(display, config), share, direct,
+                                             attributes);
+}
+
+GLXContext createContextSGIX(Display* display, GLXFBConfigSGIX config, int renderType,
+                             GLXContext share, Bool direct) {
+    return driver.glXCreateContextWithConfigSGIX(display, ownFbconfig(display, config), renderType,
+                                                 share, direct);
+}
+
+template <auto ask> int askFbconfig(Display* display, GLXFBConfig config, int name, int* value) {
+    return (driver.*ask)(display, ownFbconfig(display, config), name, value);
+}
+
+template <auto find> XVisualInfo* visualOfFbconfig(Display* display, GLXFBConfig config) {
+    return (driver.*find)(display, ownFbconfig(display, config));
 }
 
 struct FixedFunction {
@@ -118,6 +150,18 @@ void* findFixed(const char* name) {
         fixed("glXDestroyGLXPixmap", destroyFixed<&Driver::glXDestroyGLXPixmap,
                                                   destroyPixmap<&Driver::glXDestroyGLXPixmap>>),
         fixed("glXDestroyContext", destroyContextFixed),
+        fixed("glXCreateNewContext", createNewContext),
+        fixed("glXCreateContextAttribsARB", createContextAttribs),
+        fixed("glXCreateContextWithConfigSGIX", createContextSGIX),
+        fixed("glXGetFBConfigAttrib", askFbconfig<&Driver::glXGetFBConfigAttrib>),
+        fixed("glXGetFBConfigAttribSGIX", askFbconfig<&Driver::glXGetFBConfigAttribSGIX>),
+        fixed("glXGetVisualFromFBConfig", visualOfFbconfig<&Driver::glXGetVisualFromFBConfig>),
+        fixed("glXGetVisualFromFBConfigSGIX",
+              visualOfFbconfig<&Driver::glXGetVisualFromFBConfigSGIX>),
+        fixed("glGetIntegerv", getIntegerv),
+        fixed("glBeginQuery", beginQuery),
+        fixed("glEndQuery", endQuery),
+        fixed("glGetQueryObjectiv", getQueryObjectiv),
     };
     for (const FixedFunction& candidate : functions)
         if (!std::strcmp(candidate.name, name))
