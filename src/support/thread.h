@@ -37,6 +37,8 @@ template <typename T> class Thread {
 
     /// True once start() has made a thread, whether or not it still runs.
     bool started() const { return started_; }
+    /// True when there is no thread, or its function has returned.
+    bool ended() const { return !started_ || (entered_.load() && runningCount_.load() == 0); }
     int runningCount() const { return runningCount_.load(); }
 
     /// Joins the thread when its function runs at this moment; one whose function has already

@@ -44,6 +44,17 @@ bool Copyback::checkStop() {
     return stopFlag_;
 }
 
+bool Copyback::waitForEnd() {
+    constexpr int kPause = 500; // microseconds
+    constexpr int kMost = 1'000'000 / kPause;
+    for (int i = 0; i < kMost; ++i) {
+        if (thread_.ended())
+            return true;
+        usleep(kPause);
+    }
+    return false;
+}
+
 void Copyback::doCopyback(Display* display) {
     wake_.P(korWhereInfo{});
     if (checkStop())
@@ -94,6 +105,9 @@ void CopybackThread::svc() {
 
 void stopCopyback() {
     Copyback::instance()->stop();
+    // When the process ends, Xlib's own destructors come next and take its locks away from under
+    // whoever is still inside.
+    Copyback::instance()->waitForEnd();
 }
 
 } // namespace kor::gl

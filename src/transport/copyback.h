@@ -40,6 +40,8 @@ class Copyback : public Singleton<Copyback> {
     /// Asks the copyback thread to end.
     void stop();
     bool checkStop();
+    /// Waits until the copyback thread has left its function, at most a second. True when it has.
+    bool waitForEnd();
     /// One pass of the copyback thread: waits for work, lets an interval pass, paints every pending
     /// frame under the local drawables mutex.
     void doCopyback(Display* display);
