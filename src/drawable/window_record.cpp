@@ -52,10 +52,13 @@ bool makeThrowawayContext(TSD* tsd, GLXFBConfig fbconfig) {
 } // namespace
 
 DrawableRef getDrawableInfo(Display* dpy, Window window, GLXFBConfig fbconfig, TSD* tsd) {
-    if (DrawableRef found = findLocalDrawable(window)) {
-        if (isUsable(*found, fbconfig))
-            return found;
-    }
+    DrawableRef found = findLocalDrawable(window);
+    // A local drawable serves the connection that it was made on, and every application display has
+    // a local connection of its own. The server hands ids out again when a display is closed.
+    if (found && found->type == kor::gl::WindowDrawable && found->appDisplay != dpy)
+        found = findWindowRecord(window, dpy);
+    if (found && isUsable(*found, fbconfig))
+        return found;
     // The window must be known to the server before our own connection asks about it.
     XSync(dpy, False);
     if (tsd == nullptr)
