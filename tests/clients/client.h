@@ -62,8 +62,8 @@ GLXContext createContext(Display* display, XVisualInfo* visual);
 void makeCurrent(Display* display, GLXDrawable drawable, GLXContext context);
 
 // True when the drawable's pixels in `area` become those of the picture within a bounded time
-// (15 s); otherwise tells on stderr, after `what`, where they differ. Reads the drawable through
-// `display` alone, no GL is involved.
+// (15 s, or $KOR_CLIENT_PATIENCE seconds); otherwise tells on stderr, after `what`, where they
+// differ. Reads the drawable through `display` alone, no GL is involved.
 bool shows(Display* display, Drawable drawable, const Picture& picture, const Rectangle& area,
            const std::string& what);
 
