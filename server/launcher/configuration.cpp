@@ -51,6 +51,8 @@ std::string configurationText(const Options& options) {
             "  SubSection \"kor\"\n";
     if (!options.glDisplay.empty())
         text += "    Option \"GLDisplay\" \"" + options.glDisplay + "\"\n";
+    if (!options.vendorNames)
+        text += "    Option \"VendorNames\" \"false\"\n";
     text += "  EndSubSection\n"
             "EndSection\n";
     text += "Section \"Device\"\n"

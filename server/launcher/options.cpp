@@ -107,6 +107,8 @@ Options parseOptions(const std::vector<std::string>& arguments) {
             setGeometry(options, value("WIDTHxHEIGHT"));
         } else if (argument == "-gldisplay") {
             setGLDisplay(options, value("a display name"));
+        } else if (argument == "-novendor") {
+            options.vendorNames = false;
         } else if (argument == "-auth") {
             options.authority = value("an authority file");
             if (options.authority.empty())
@@ -137,6 +139,9 @@ std::string usage() {
            " (1920x1080);\n"
            "                     xrandr changes it while the server runs\n"
            "  -gldisplay NAME    the display that drives the GPU, told to every program\n"
+           "  -novendor          do not tell programs of KOR-GL's own GL vendor library: they "
+           "find\n"
+           "                     it no more by themselves\n"
            "  -auth FILE         authority file; without it Xkor makes one and says where\n"
            "  +extension Composite  turn Composite on, which is off: with it programs are offered\n"
            "                     visuals of depth 32, which cannot be painted\n"

@@ -26,6 +26,7 @@ struct Options {
     int width = 1920;                 ///< pixels
     int height = 1080;                ///< pixels
     std::string glDisplay;            ///< empty: none given
+    bool vendorNames = true;          ///< the server tells clients of our GL vendor library
     std::string authority;            ///< empty: the launcher makes an authority file of its own
     std::string modulePath;           ///< the server's module path; empty: its usual one
     bool ownLog = false;              ///< the caller names the server's log file

@@ -14,17 +14,27 @@
 
 #include "../korv1_proto.h"
 #include "korv1.h"
+#include "vendor_names.h"
 
 /* How the server loads the module "kor" and what it takes from the configuration:
  *
  *   Section "Module"
  *       SubSection "kor"
  *           Option "GLDisplay" ":0.0"
+ *           Option "VendorNames" "true"
  *       EndSubSection
  *   EndSection
  */
 
-static const ExtensionModule extension = {korV1Init, KOR_V1_NAME, NULL};
+static int tellsVendorNames;
+
+static void initialise(void) {
+    korV1Init();
+    if (tellsVendorNames)
+        korVendorNamesInit();
+}
+
+static const ExtensionModule extension = {initialise, KOR_V1_NAME, NULL};
 
 /* The server hands the options over as a plain pointer, and sets one of the two error numbers only
  * on failure. */
@@ -39,6 +49,7 @@ static void* setup(void* module, void* options, int* errorMajor, int* errorMinor
         *errorMajor = LDR_NOMEM;
         return NULL;
     }
+    tellsVendorNames = xf86SetBoolOption(options, "VendorNames", TRUE);
     done = 1;
     LoadExtensionList(&extension, 1, FALSE);
     return module;
