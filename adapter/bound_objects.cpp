@@ -80,8 +80,26 @@ void leave(const Binding& binding) {
 /// A thread that ends leaves what it has current.
 struct ThreadBinding {
     Binding binding;
-    ~ThreadBinding() { leave(binding); }
+    /// What it had current before, when that was a destroyed context: the library takes a context
+    /// away for one make-current (to read a frame, to change a pbuffer's size) and gives it back
+    /// with the next. Only a second change tells that the application itself has left it.
+    Binding lingering;
+    ~ThreadBinding() {
+        leave(lingering);
+        leave(binding);
+    }
 };
+
+bool isDoomed(const Binding& binding) {
+    if (!binding.context)
+        return false;
+    const std::lock_guard lock(tablesMutex());
+    const LocalDisplay* local = findLocalDisplay(binding.display);
+    if (!local)
+        return false;
+    const auto found = local->contexts.find(binding.context);
+    return found != local->contexts.end() && found->second.doomed;
+}
 
 thread_local ThreadBinding threadBinding;
 
@@ -130,6 +148,21 @@ void destroyContext(Display* display, GLXContext context) {
         }
     }
     driver.glXDestroyContext(display, context);
+}
+
+void keepCurrentContext(Display* display, GLXContext context) {
+    if (driver.glXGetCurrentContext() != context || driver.glXGetCurrentDisplay() != display)
+        return;
+    {
+        const std::lock_guard lock(tablesMutex());
+        if (findLocalDisplay(display))
+            return;
+    }
+    addLocalDisplay(display, false);
+    const Binding current{display, driver.glXGetCurrentDrawable(),
+                          driver.glXGetCurrentReadDrawable(), context};
+    enter(current);
+    threadBinding.binding = current;
 }
 
 DrawableUse::DrawableUse(Display* display, GLXDrawable drawable)
@@ -197,8 +230,14 @@ void BindingChange::finish(bool accepted) {
         return;
     }
     const Binding old = threadBinding.binding;
+    const Binding lingering = threadBinding.lingering;
     threadBinding.binding = wanted_;
-    leave(old);
+    threadBinding.lingering = Binding();
+    if (old.context != wanted_.context && isDoomed(old))
+        threadBinding.lingering = old;
+    else
+        leave(old);
+    leave(lingering);
 }
 
 } // namespace kor::adapter

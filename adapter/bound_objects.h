@@ -7,16 +7,23 @@ namespace kor::adapter {
 
 /// GLX lets an application destroy what is current: it then lives until it is current no more.
 /// Mending the front buffer takes the application's context away for a moment and gives it back,
-/// which must not be the moment of its death. So, on a driver that needs help, what is current in
-/// any thread reaches the driver's destroy function only when the last thread has left it.
+/// which must not be the moment of its death; so must the library's own readback, which takes it
+/// away for one make-current, on any driver. So what is current in any thread reaches the driver's
+/// destroy function only when the last thread has left it: from the start on a driver that needs
+/// help, on others from the first context on that is destroyed while its thread has it current.
 
 /// Drawables made through the adapter. A display that needs no help ignores all of these.
 void addDrawable(Display* display, GLXDrawable drawable, GLXFBConfig fbconfig,
                  DestroyDrawable destroy);
 /// Destroys now or, when it is in use, later.
 void destroyDrawable(Display* display, GLXDrawable drawable, DestroyDrawable destroy);
-/// The same for a context.
+/// The same for a context. One that the thread leaves lives on until the thread changes its context
+/// once more without having come back.
 void destroyContext(Display* display, GLXContext context);
+
+/// On a display without an entry: makes one if the context is current in this thread, so that
+/// destroyContext can keep it.
+void keepCurrentContext(Display* display, GLXContext context);
 
 /// Keeps a drawable alive for a scope, and gives what is known of it.
 class DrawableUse {

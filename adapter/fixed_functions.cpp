@@ -91,8 +91,8 @@ template <auto destroy, auto helped> void destroyFixed(Display* display, GLXDraw
 }
 
 void destroyContextFixed(Display* display, GLXContext context) {
-    if (noHelpNeeded())
-        return driver.glXDestroyContext(display, context);
+    if (context)
+        keepCurrentContext(display, context);
     destroyContext(display, context);
 }
 

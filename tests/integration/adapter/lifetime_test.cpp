@@ -63,7 +63,26 @@ TEST_F(Lifetime, AContextDestroyedWhileCurrentOutlivesASwap) {
     gl.glXMakeCurrent(display, None, nullptr);
     EXPECT_EQ(frontDiffers(drawable, 3), "");
     EXPECT_EQ(errors.count(), 0);
-    EXPECT_FALSE(gl.glXMakeCurrent(display, drawable, context)) << "it died when it was released";
+    GLXContext another = makeContext(gl, display, config);
+    ASSERT_TRUE(gl.glXMakeCurrent(display, drawable, another));
+    EXPECT_FALSE(gl.glXMakeCurrent(display, drawable, context)) << "it died when it was left";
+}
+
+TEST_F(Lifetime, AContextDestroyedWhileCurrentOutlivesBeingTakenAwayForAMoment) {
+    GLXContext context = makeContext(gl, display, config);
+    GLXContext reader = makeContext(gl, display, config);
+    const GLXPbuffer drawable = pbuffer();
+    ASSERT_TRUE(gl.glXMakeCurrent(display, drawable, context));
+    gl.glXDestroyContext(display, context);
+    for (int seed = 4; seed < 7; seed++) {
+        ASSERT_TRUE(gl.glXMakeCurrent(display, drawable, reader));
+        ASSERT_TRUE(gl.glXMakeCurrent(display, drawable, context));
+        drawPicture(gl, Width, Height, seed);
+        gl.glXSwapBuffers(display, drawable);
+        EXPECT_EQ(frontDiffers(drawable, seed), "");
+    }
+    XSync(display, False);
+    EXPECT_EQ(errors.count(), 0);
 }
 
 TEST_F(Lifetime, AThreadThatEndsLeavesWhatItHadCurrent) {

@@ -73,6 +73,26 @@ TEST_F(ObedientDriver, ThatNeedsNoHelpGetsNone) {
     makeCurrent(display, None, nullptr);
 }
 
+TEST_F(ObedientDriver, ThatNeedsNoHelpKeepsAContextDestroyedWhileCurrentUntilItIsLeft) {
+    prepare(true);
+    auto* live = control<decltype(obedientLiveContexts)>("obedientLiveContexts");
+    auto* destroyContext = adapter.find<decltype(glXDestroyContext)>("glXDestroyContext");
+    GLXContext context = makeDriverContext();
+    GLXContext reader = makeDriverContext();
+    const GLXPbuffer drawable = create(display, nullptr, nullptr);
+    makeCurrent(display, drawable, context);
+    const int before = live();
+    destroyContext(display, context);
+    for (int frames = 0; frames < 3; frames++) {
+        makeCurrent(display, drawable, reader);
+        makeCurrent(display, drawable, context);
+        EXPECT_EQ(live(), before) << "taken away for a moment only";
+    }
+    makeCurrent(display, drawable, reader);
+    makeCurrent(display, None, nullptr);
+    EXPECT_EQ(live(), before - 1) << "the application has left it";
+}
+
 TEST_F(ObedientDriver, ThatForgetsIsHelped) {
     prepare(false);
     GLXContext context = makeDriverContext();
