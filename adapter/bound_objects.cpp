@@ -1,9 +1,15 @@
 #include "bound_objects.h"
 
 #include "driver.h"
+#include "query_state.h"
 
 namespace kor::adapter {
 namespace {
+
+void endContext(Display* display, GLXContext context) {
+    forgetQuery(context); // first: the driver may give the address to the next context
+    driver.glXDestroyContext(display, context);
+}
 
 /// What a call leaves to be destroyed once the lock is gone.
 struct Remains {
@@ -15,7 +21,7 @@ struct Remains {
 
     void destroy() const {
         if (context)
-            driver.glXDestroyContext(display, context);
+            endContext(display, context);
         for (int i = 0; i < count; i++)
             destroyers[i](display, drawables[i]);
     }
@@ -147,7 +153,7 @@ void destroyContext(Display* display, GLXContext context) {
             }
         }
     }
-    driver.glXDestroyContext(display, context);
+    endContext(display, context);
 }
 
 void keepCurrentContext(Display* display, GLXContext context) {

@@ -19,6 +19,7 @@ Bool makeContextCurrent(Display* display, GLXDrawable draw, GLXDrawable read, GL
     releaseWithoutContext(context, draw, read);
     if (noHelpNeeded())
         return driver.glXMakeContextCurrent(display, draw, read, context);
+    finishBeforeLeaving();
     BindingChange change(display, draw, read, context);
     const Bool accepted = driver.glXMakeContextCurrent(display, draw, read, context);
     change.finish(accepted);
@@ -30,6 +31,7 @@ Bool makeCurrent(Display* display, GLXDrawable drawable, GLXContext context) {
     releaseWithoutContext(context, drawable, read);
     if (noHelpNeeded())
         return driver.glXMakeCurrent(display, drawable, context);
+    finishBeforeLeaving();
     BindingChange change(display, drawable, drawable, context);
     const Bool accepted = driver.glXMakeCurrent(display, drawable, context);
     change.finish(accepted);

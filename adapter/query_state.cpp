@@ -1,12 +1,32 @@
 #include "query_state.h"
 
 #include "driver.h"
+#include "local_displays.h"
 
 #include <cstdio>
 #include <cstring>
+#include <unordered_set>
 
 namespace kor::adapter {
+
+std::atomic<int> contextsWithQuery{0};
+
 namespace {
+
+/// Under tablesMutex(); lives as long as the process.
+std::unordered_set<GLXContext>& queried() {
+    static auto* const contexts = new std::unordered_set<GLXContext>;
+    return *contexts;
+}
+
+void setQueryRuns(GLXContext context, bool runs) {
+    const std::lock_guard lock(tablesMutex());
+    if (runs)
+        queried().insert(context);
+    else
+        queried().erase(context);
+    contextsWithQuery = static_cast<int>(queried().size());
+}
 
 constexpr char embeddedPrefix[] = "OpenGL ES";
 
@@ -56,18 +76,35 @@ void beginQuery(GLenum target, GLuint query) {
     if (isEmbedded(version()) || queryRuns(target, false))
         return;
     driver.glBeginQuery(target, query);
+    setQueryRuns(driver.glXGetCurrentContext(), true);
 }
 
 void endQuery(GLenum target) {
     if (isEmbedded(version()) || !queryRuns(target, true))
         return;
     driver.glEndQuery(target);
+    setQueryRuns(driver.glXGetCurrentContext(), false);
 }
 
 void getQueryObjectiv(GLuint query, GLenum name, GLint* value) {
     if (driver.glIsQuery && driver.glIsQuery(query) == GL_FALSE)
         return;
     driver.glGetQueryObjectiv(query, name, value);
+}
+
+void finishForQuery() {
+    const GLXContext context = driver.glXGetCurrentContext();
+    {
+        const std::lock_guard lock(tablesMutex());
+        if (!queried().contains(context))
+            return;
+    }
+    driver.glFinish();
+}
+
+void forgetQuery(GLXContext context) {
+    if (contextsWithQuery != 0)
+        setQueryRuns(context, false);
 }
 
 } // namespace kor::adapter
