@@ -3,21 +3,62 @@
 #include "error_stand_in.h"
 
 #include <X11/Xlib.h>
+#include <atomic>
+#include <cstdlib>
+#include <cstring>
 #include <dlfcn.h>
 
 namespace kor::front {
 
 namespace {
 
-constexpr int localConnection = 1; // kor::gl::LocalConnection of display/connections.h
+// kor::gl::ConnectionRole of display/connections.h
+constexpr int secondaryConnection = 0;
+constexpr int localConnection = 1;
+constexpr int copybackConnection = 2;
 
 void (*adapterLocalDisplay)(Display*) = nullptr;
 
-void onConnection(Display* display, int role) {
+/// The name of the display that the application works on: the first one that the library opened a
+/// connection of its own to. Never freed.
+std::atomic<char*> applicationDisplay{nullptr};
+
+void noteApplicationDisplay(Display* display) {
+    if (applicationDisplay.load() != nullptr)
+        return;
+    char* name = strdup(DisplayString(display));
+    char* none = nullptr;
+    if (!applicationDisplay.compare_exchange_strong(none, name))
+        free(name);
+}
+
+/// Cause: the copyback thread opens the default display, $DISPLAY. An application that was given
+/// another one (-display NAME) would have its frames painted there: nowhere, or into a stranger's
+/// window that happens to have the same id.
+Display* onApplicationDisplay(Display* display) {
+    const char* name = applicationDisplay.load();
+    if (name == nullptr || (display != nullptr && strcmp(DisplayString(display), name) == 0))
+        return display;
+    Display* right = XOpenDisplay(name);
+    if (right == nullptr)
+        return display;
+    if (display != nullptr)
+        XCloseDisplay(display);
+    return right;
+}
+
+Display* onConnection(Display* display, int role) {
+    if (role == copybackConnection)
+        display = onApplicationDisplay(display);
+    if (display == nullptr)
+        return nullptr;
+    if (role == secondaryConnection)
+        noteApplicationDisplay(display);
     standInForErrors(display);
     // After that, so that what the adapter knows of errors on this connection is asked first.
     if (role == localConnection && adapterLocalDisplay != nullptr)
         adapterLocalDisplay(display);
+    return display;
 }
 
 } // namespace
@@ -26,7 +67,7 @@ void prepareConnections(void* korLibrary, void* adapter) {
     if (adapter != nullptr)
         adapterLocalDisplay =
             reinterpret_cast<void (*)(Display*)>(dlsym(adapter, "kor_adapter_local_display"));
-    using Hook = void(Display*, int);
+    using Hook = Display*(Display*, int);
     auto* setHook = reinterpret_cast<void (*)(Hook*)>(dlsym(korLibrary, "kor_set_connection_hook"));
     if (setHook != nullptr)
         setHook(onConnection);

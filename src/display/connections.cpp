@@ -4,11 +4,11 @@
 
 namespace {
 
-std::atomic<void (*)(Display*, int)> connectionHook{nullptr};
+std::atomic<Display* (*)(Display*, int)> connectionHook{nullptr};
 
 } // namespace
 
-void kor_set_connection_hook(void (*hook)(Display* display, int role)) {
+void kor_set_connection_hook(Display* (*hook)(Display* display, int role)) {
     connectionHook.store(hook);
 }
 
@@ -16,11 +16,8 @@ namespace kor::gl {
 
 Display* openConnection(const char* name, ConnectionRole role) {
     Display* display = XOpenDisplay(name);
-    if (display != nullptr) {
-        if (auto hook = connectionHook.load())
-            hook(display, role);
-    }
-    return display;
+    auto hook = connectionHook.load();
+    return hook != nullptr ? hook(display, role) : display;
 }
 
 } // namespace kor::gl

@@ -23,10 +23,12 @@ Display* openConnection(const char* name, ConnectionRole role);
 
 extern "C" {
 /// Names a function to be called for each connection that the library opens for itself: on the
-/// opening thread, before anything else is done with the connection; role is a ConnectionRole. For
-/// the front library, which prepares the connection (error handling, the driver's peculiarities).
-/// To be set before kor_init; null for none.
-KOR_EXPORT void kor_set_connection_hook(void (*hook)(Display* display, int role));
+/// opening thread, before anything else is done with the connection; role is a ConnectionRole. The
+/// library uses the connection that the function returns, usually the one it was given. It is also
+/// called, with null, when there is none to be had, and may know of one. For the front library,
+/// which prepares the connection (error handling, the driver's peculiarities). To be set before
+/// kor_init; null for none.
+KOR_EXPORT void kor_set_connection_hook(Display* (*hook)(Display* display, int role));
 }
 
 #endif

@@ -72,11 +72,10 @@ TEST(MesaUtils, GlxinfoTellsTheLocalRenderer) {
     EXPECT_EQ(result.errors.find("rror"), std::string::npos) << summary(result);
 }
 
-TEST(MesaUtils, GlxgearsTurnsInItsWindow) {
-    const Session session(Road::Library);
+void expectTurningGears(const Session& session, const test::Command& command) {
     const std::unique_ptr<Display, CloseDisplay> display(XOpenDisplay(session.display().c_str()));
     ASSERT_NE(display, nullptr);
-    test::Child gears(session.command({"glxgears", "-geometry", "300x300+20+30"}));
+    test::Child gears(command);
 
     std::set<std::vector<uint32_t>> pictures;
     const bool turned = test::waitUntil(
@@ -94,6 +93,22 @@ TEST(MesaUtils, GlxgearsTurnsInItsWindow) {
     gears.stop();
     EXPECT_NE(gears.errors().find("TESSERA KOR-GL "), std::string::npos) << gears.errors();
     EXPECT_EQ(gears.errors().find("rror"), std::string::npos) << gears.errors();
+}
+
+TEST(MesaUtils, GlxgearsTurnsInItsWindow) {
+    const Session session(Road::Library);
+    expectTurningGears(session, session.command({"glxgears", "-geometry", "300x300+20+30"}));
+}
+
+TEST(MesaUtils, GlxgearsTurnsOnADisplayThatIsNotTheDefault) {
+    const Session session(Road::Library);
+    const std::vector<std::string> arguments = {"glxgears", "-geometry", "300x300+20+30",
+                                                "-display", session.display()};
+    expectTurningGears(session, session.command(arguments, {"DISPLAY=:65000"}));
+    test::XServer::Options options;
+    options.kind = test::XServer::Kind::Xvfb;
+    const test::XServer another(options);
+    expectTurningGears(session, session.command(arguments, {"DISPLAY=" + another.name()}));
 }
 
 } // namespace

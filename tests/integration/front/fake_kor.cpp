@@ -18,10 +18,10 @@ namespace {
 std::atomic<int> inits{0};
 void* initHandle = nullptr;
 void (*onInit)() = nullptr;
-void (*hook)(Display*, int) = nullptr;
+Display* (*hook)(Display*, int) = nullptr;
 } // namespace
 
-EXPORT void kor_set_connection_hook(void (*newHook)(Display*, int)) {
+EXPORT void kor_set_connection_hook(Display* (*newHook)(Display*, int)) {
     hook = newHook;
 }
 
@@ -54,8 +54,5 @@ EXPORT void fake_on_init(void (*function)()) {
 }
 
 EXPORT Display* fake_open(const char* name, int role) {
-    Display* display = XOpenDisplay(name);
-    if (display != nullptr)
-        hook(display, role);
-    return display;
+    return hook(XOpenDisplay(name), role);
 }
