@@ -260,6 +260,7 @@ TEST_F(DisplayPairing, TheConnectionHookSeesEachConnectionOnItsThread) {
     opened.clear();
     kor_set_connection_hook([](Display* display, int role) {
         opened.push_back({display, role, gettid()});
+        return display;
     });
     start();
     _setupAppDisplay(app, nullptr);
