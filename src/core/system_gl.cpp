@@ -37,7 +37,7 @@ void setup_sysgl(void* handle) {
 #undef KOR_SYSTEM_OPTIONAL
 
     const Check checks[] = {
-#define KOR_SYSTEM(name) {system_##name == nullptr, "system_" #name},
+#define KOR_SYSTEM(name) {system_##name == nullptr, "system_" #name " is NULL"},
 #define KOR_SYSTEM_AS(name, reported) {system_##name == nullptr, reported},
 #define KOR_SYSTEM_OPTIONAL(name) {false, nullptr},
 #include "core/system_functions.def"
@@ -47,6 +47,6 @@ void setup_sysgl(void* handle) {
     };
     for (const Check& check : checks) {
         if (check.missing)
-            KOR_ERROR_ECHO("%s is NULL", check.reported);
+            KOR_ERROR_ECHO("%s", check.reported);
     }
 }

@@ -11,28 +11,28 @@ namespace kor::gl {
 
 DrawableInfo::DrawableInfo(LocalDrawableType type, unsigned long appDrawable, GLXFBConfig fbconfig,
                            Display* appDisplay, int x, int y, unsigned width, unsigned height)
-    : type(type), appDrawable(appDrawable), appDisplay(appDisplay), x_(x), y_(y), width_(width),
-      height_(height), fbconfig_(fbconfig), painter_(newPainter(appDrawable)) {}
+    : type(type), appDrawable(appDrawable), appDisplay(appDisplay), fbconfig(fbconfig), x_(x),
+      y_(y), width_(width), height_(height), painter(newPainter(appDrawable)) {}
 
 DrawableInfo::~DrawableInfo() {
     release();
 }
 
 void DrawableInfo::release() {
-    ReadbackContext* readbackContext = nullptr;
-    XImagePainter* painter = nullptr;
+    ReadbackContext* leftContext = nullptr;
+    XImagePainter* leftPainter = nullptr;
     {
         // Under the same lock as a thread that is about to use them (setupReadbackContexts).
         const Lock lock(getLocalDisplayMutex());
         if (released_.exchange(true, std::memory_order_acq_rel))
             return;
-        readbackContext = readbackContext_.exchange(nullptr);
-        painter = painter_;
-        painter_ = nullptr;
+        leftContext = readbackContext.exchange(nullptr);
+        leftPainter = painter;
+        painter = nullptr;
     }
-    if (readbackContext != nullptr)
-        unrefReadbackContext(readbackContext);
-    deletePainter(painter);
+    if (leftContext != nullptr)
+        unrefReadbackContext(leftContext);
+    deletePainter(leftPainter);
     if (Display* local = _getLocalDisplay(nullptr))
         releaseLocalObjects(local);
     _unsetLocalDisplay(appDisplay);
@@ -61,10 +61,10 @@ void DrawableInfo::releaseLocalObjects(Display* local) {
         }
         localDrawable = 0;
     }
-    if (dummyPbuffer_ != 0) {
+    if (dummyPbuffer != 0) {
         debug("Destroying dummy pbuffer");
-        system_glXDestroyPbuffer(local, dummyPbuffer_);
-        dummyPbuffer_ = 0;
+        system_glXDestroyPbuffer(local, dummyPbuffer);
+        dummyPbuffer = 0;
     }
     if (readContext != nullptr) {
         debug("Destroying read context");
@@ -91,13 +91,13 @@ bool DrawableInfo::updateWindowInfo(bool* resized, bool* moved, bool* visibility
     if (!conf::settings().enableVisibilityCheck)
         shown = True;
 
-    const Lock lock(mutex_);
+    const Lock lock(mutex);
     const auto width = static_cast<unsigned>(rect[2]);
     const auto height = static_cast<unsigned>(rect[3]);
     const bool isResized = width != width_ || height != height_;
     if (isResized)
-        pbufferNeedsUpdate_ = true;
-    KOR_DEBUG("Pbuffer needs update: %d", static_cast<int>(pbufferNeedsUpdate_));
+        pbufferNeedsUpdate = true;
+    KOR_DEBUG("Pbuffer needs update: %d", static_cast<int>(pbufferNeedsUpdate));
     if (moved != nullptr) {
         *moved = rect[0] != x_ || rect[1] != y_;
         if (*moved)
@@ -113,48 +113,48 @@ bool DrawableInfo::updateWindowInfo(bool* resized, bool* moved, bool* visibility
     y_ = rect[1];
     width_ = width;
     height_ = height;
-    const bool wasVisible = visible_;
-    visible_ = shown && width >= 1 && height >= 1;
+    const bool wasVisible = visible;
+    visible = shown && width >= 1 && height >= 1;
     if (visibilityChanged != nullptr) {
-        *visibilityChanged = wasVisible != visible_;
+        *visibilityChanged = wasVisible != visible;
         if (*visibilityChanged) {
-            pbufferNeedsUpdate_ = true;
-            KOR_DEBUG("Became %s", visible_ ? "visible" : "hidden");
+            pbufferNeedsUpdate = true;
+            KOR_DEBUG("Became %s", visible ? "visible" : "hidden");
         }
     }
-    if (visualID_ == 0) {
-        visualID_ = static_cast<uint32_t>(visualId);
-        KOR_DEBUG("VisualID set to 0x%x", static_cast<unsigned>(visualID_));
+    if (visualID == 0) {
+        visualID = static_cast<uint32_t>(visualId);
+        KOR_DEBUG("VisualID set to 0x%x", static_cast<unsigned>(visualID));
     }
     return true;
 }
 
 void DrawableInfo::incrementFpsCounter(uint64_t nowMs) {
-    frameCount_ = frameCount_ + 1;
-    if (lastFpsReport_ != 0) {
-        const unsigned long long elapsed = nowMs - lastFpsReport_;
+    frameCount = frameCount + 1;
+    if (lastFpsReport != 0) {
+        const unsigned long long elapsed = nowMs - lastFpsReport;
         if (elapsed <= 5000)
             return;
         KOR_INFO("Produced %d frames in the last %llu ms: average FPS %.3f",
-                 static_cast<int>(frameCount_), elapsed,
-                 frameCount_ * 1000.0 / static_cast<double>(elapsed));
-        frameCount_ = 0;
+                 static_cast<int>(frameCount), elapsed,
+                 frameCount * 1000.0 / static_cast<double>(elapsed));
+        frameCount = 0;
     }
-    lastFpsReport_ = nowMs;
+    lastFpsReport = nowMs;
 }
 
 bool DrawableInfo::isVisible() {
-    const Lock lock(mutex_);
-    return visible_;
+    const Lock lock(mutex);
+    return visible;
 }
 
 VisualID DrawableInfo::getVisualID() {
-    const Lock lock(mutex_);
-    return visualID_;
+    const Lock lock(mutex);
+    return visualID;
 }
 
 void DrawableInfo::getGeometry(kor::IRect* rect) {
-    const Lock lock(mutex_);
+    const Lock lock(mutex);
     *rect = {x_, y_, static_cast<int>(width_), static_cast<int>(height_)};
 }
 

@@ -44,6 +44,7 @@ class DrawableInfo {
     Relaxed<GLXDrawable> localDrawable{0}; // where rendering goes; owned
     LocalVisualInfo* visualInfo = nullptr; // not owned
     Display* const appDisplay;
+    const GLXFBConfig fbconfig;               // the local one, as the maker gave it
     Pixmap appPixmap = 0;                     // pixmaps only: the application's X pixmap
     Pixmap localPixmap = 0;                   // pixmaps only: its local stand-in; never freed
     Relaxed<bool> skipNextSwap{false};        // see "skip-double-swap"
@@ -65,12 +66,11 @@ class DrawableInfo {
     VisualID getVisualID();
     void getGeometry(kor::IRect* rect);
     bool isDoubleBuffered() const { return visualInfo != nullptr && visualInfo->doubleBuffered; }
-    bool fbconfigChanged(GLXFBConfig other) const { return other != fbconfig_; }
-    GLXFBConfig fbconfig() const { return fbconfig_; }
-    void invalidateFbconfig() { fbconfigInvalidated_ = true; }
-    bool invalidatedFbconfig() const { return fbconfigInvalidated_; }
-    bool getViewportCheckForResize() const { return viewportCheckForResize_; }
-    void setViewportCheckForResize(bool check) { viewportCheckForResize_ = check; }
+    bool fbconfigChanged(GLXFBConfig other) const { return other != fbconfig; }
+    void invalidateFbconfig() { fbconfigInvalidated = true; }
+    bool invalidatedFbconfig() const { return fbconfigInvalidated; }
+    bool getViewportCheckForResize() const { return viewportCheckForResize; }
+    void setViewportCheckForResize(bool check) { viewportCheckForResize = check; }
 
     // Frame transport; implemented in transport/.
 
@@ -94,31 +94,28 @@ class DrawableInfo {
     void unname();
 
   private:
-    friend struct DrawableInfoTestAccess;
-
     void releaseLocalObjects(Display* local);
     /// The readback context with a reference of the caller's own, or null.
     ReadbackContext* holdReadbackContext();
 
-    Mutex mutex_; // innermost lock; guards the next six
-    VisualID visualID_ = 0;
+    Mutex mutex; // innermost lock; guards the next six
+    VisualID visualID = 0;
     int x_;
     int y_;
     unsigned width_;
     unsigned height_;
-    bool visible_ = true;
+    bool visible = true;
 
-    Relaxed<bool> fbconfigInvalidated_{false};
-    Relaxed<bool> viewportCheckForResize_{true};
-    GLXPbuffer dummyPbuffer_ = 0; // 10 x 10, the readback worker's; owned
-    const GLXFBConfig fbconfig_;
+    Relaxed<bool> fbconfigInvalidated{false};
+    Relaxed<bool> viewportCheckForResize{true};
+    GLXPbuffer dummyPbuffer = 0; // 10 x 10, the readback worker's; owned
     // One counted reference. Written under the local display mutex, read by the copyback thread.
-    std::atomic<ReadbackContext*> readbackContext_{nullptr};
-    Relaxed<uint64_t> lastReadbackTime_{0}; // milliseconds
-    Relaxed<int> frameCount_{0};            // since the last rate report
-    Relaxed<uint64_t> lastFpsReport_{0};    // milliseconds; 0: never
-    Relaxed<bool> pbufferNeedsUpdate_{true};
-    XImagePainter* painter_; // owned; the copyback thread's
+    std::atomic<ReadbackContext*> readbackContext{nullptr};
+    Relaxed<uint64_t> lastReadbackTime{0}; // milliseconds
+    Relaxed<int> frameCount{0};            // since the last rate report
+    Relaxed<uint64_t> lastFpsReport{0};    // milliseconds; 0: never
+    Relaxed<bool> pbufferNeedsUpdate{true};
+    XImagePainter* painter; // owned; the copyback thread's
 
     std::atomic<bool> released_{false};
     std::atomic<int> names_{1}; // the maker's, then the registry's

@@ -32,10 +32,10 @@ void DrawableInfo::updateOffscreenPbuffer() {
                                   GLX_PRESERVED_CONTENTS,
                                   True,
                                   None};
-        localDrawable = system_glXCreatePbuffer(local, fbconfig_, attributes);
+        localDrawable = system_glXCreatePbuffer(local, fbconfig, attributes);
         KOR_DEBUG("resized pbuffer to new geometry: %dx%d", rect.width, rect.height);
     }
-    pbufferNeedsUpdate_ = false;
+    pbufferNeedsUpdate = false;
 }
 
 void DrawableInfo::checkForResize() {
@@ -53,7 +53,7 @@ void DrawableInfo::checkForResize() {
     }
     const TSD* tsd = getTSD();
     Display* local = _getLocalDisplay(nullptr);
-    if (!pbufferNeedsUpdate_ || tsd == nullptr || local == nullptr || released())
+    if (!pbufferNeedsUpdate || tsd == nullptr || local == nullptr || released())
         return;
 
     if (tsd->currentDrawable != this && tsd->currentReadDrawable != this) {

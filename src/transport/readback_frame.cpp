@@ -98,18 +98,18 @@ void DrawableInfo::readback() {
 
     incrementFpsCounter(korGetCurrentTime());
     // Unsigned: a clock that was set back makes the elapsed time huge, not the pause.
-    const uint64_t elapsed = korGetCurrentTime() - lastReadbackTime_;
+    const uint64_t elapsed = korGetCurrentTime() - lastReadbackTime;
     const int interval = settings.readbackInterval;
     if (interval > 0 && elapsed < static_cast<uint64_t>(interval))
         usleep(static_cast<useconds_t>((static_cast<uint64_t>(interval) - elapsed) * 1000));
-    lastReadbackTime_ = korGetCurrentTime();
+    lastReadbackTime = korGetCurrentTime();
     checkForResize();
     KOR_DEBUG("DONE");
 }
 
 ReadbackContext* DrawableInfo::holdReadbackContext() {
     const Lock lock(getLocalDisplayMutex());
-    ReadbackContext* context = readbackContext_.load(std::memory_order_acquire);
+    ReadbackContext* context = readbackContext.load(std::memory_order_acquire);
     if (context != nullptr)
         context->ref();
     return context;
@@ -118,12 +118,12 @@ ReadbackContext* DrawableInfo::holdReadbackContext() {
 void DrawableInfo::copyback(Display* display) {
     if (type != WindowDrawable)
         return;
-    ReadbackContext* context = readbackContext_.load(std::memory_order_acquire);
+    ReadbackContext* context = readbackContext.load(std::memory_order_acquire);
     if (context == nullptr) {
         KOR_DEBUG("copyback called before readback context has been set. Ignoring.");
         return;
     }
-    context->copyToAppDisplay(display, painter_, getVisualID());
+    context->copyToAppDisplay(display, painter, getVisualID());
 }
 
 } // namespace kor::gl

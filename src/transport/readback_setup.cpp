@@ -13,7 +13,7 @@ void DrawableInfo::initDummyReadbackPbuffer() {
     const int attributes[] = {
         GLX_PBUFFER_WIDTH, 10, GLX_PBUFFER_HEIGHT, 10, GLX_PRESERVED_CONTENTS, True, None};
     const Lock lock(getLocalDisplayMutex());
-    dummyPbuffer_ = system_glXCreatePbuffer(local, fbconfig_, attributes);
+    dummyPbuffer = system_glXCreatePbuffer(local, fbconfig, attributes);
 }
 
 bool DrawableInfo::setupReadbackContexts() {
@@ -26,7 +26,7 @@ bool DrawableInfo::setupReadbackContexts() {
     if (released())
         return false;
     const auto create = [&] {
-        return system_glXCreateNewContext(local, fbconfig_, GLX_RGBA_TYPE, nullptr, True);
+        return system_glXCreateNewContext(local, fbconfig, GLX_RGBA_TYPE, nullptr, True);
     };
     bool isNew = false;
     if (readContext == nullptr) {
@@ -63,11 +63,11 @@ bool DrawableInfo::setupReadbackContexts() {
 
     auto* context = new ReadbackContext;
     context->ref();
-    if (!context->setSharedContext(local, fbconfig_, readContext, dummyPbuffer_))
+    if (!context->setSharedContext(local, fbconfig, readContext, dummyPbuffer))
         KOR_WARNING("Failed to set readback context");
     // Published complete. After a recreation the one before is overwritten and leaks: the copyback
     // thread may be using it.
-    readbackContext_.store(context, std::memory_order_release);
+    readbackContext.store(context, std::memory_order_release);
     return true;
 }
 
