@@ -6,13 +6,24 @@
 #include "id_range.h"
 #include "local_displays.h"
 #include "pbuffer_put_error.h"
+#include "vendor_source.h"
+
+namespace {
+
+const kor::adapter::VendorSource* vendors = nullptr; // lives until the process ends
+
+const char* orEmpty(const char* text) {
+    return text ? text : "";
+}
+
+} // namespace
 
 bool kor_adapter_init(void* systemHandle) {
     using namespace kor::adapter;
     static const SystemLibrary* library = nullptr; // lives until the process ends
     if (library)
         return library->handle() == systemHandle;
-    if (!systemHandle)
+    if (!systemHandle || vendors)
         return false;
     const SystemLibrary candidate(systemHandle);
     if (!candidate.find("glXSwapBuffers") || candidate.isOurs())
@@ -22,11 +33,28 @@ bool kor_adapter_init(void* systemHandle) {
     return true;
 }
 
+bool kor_adapter_init_vendors(const KorAdapterVendors* given) {
+    using namespace kor::adapter;
+    if (source())
+        return false;
+    const DispatchLibrary dispatch{static_cast<const __GLXapiExportsRec*>(given->exports),
+                                   static_cast<__GLXvendorInfoRec*>(given->vendor)};
+    vendors = new VendorSource(dispatch, {orEmpty(given->localDisplay), orEmpty(given->localVendor),
+                                          orEmpty(given->appVendor)});
+    useSource(*vendors);
+    return true;
+}
+
+void* kor_adapter_driver_function(const char* name) {
+    return vendors ? vendors->localFunction(name) : nullptr;
+}
+
 void kor_adapter_local_display(Display* display) {
     using namespace kor::adapter;
     if (!display || !source())
         return;
     moveIdsToUpperHalf(display);
+    addVendorsLocalDisplay(display);
     const DriverHabits habits = tryDriver(display);
     if (habits.putErrors)
         dropPbufferPutErrors(display);

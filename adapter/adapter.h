@@ -14,6 +14,8 @@
 ///   pbuffer_put_error.h        a driver whose pbuffers answer with BadMatch
 ///   release_without_context.h  a make-current of a drawable without a context
 ///   id_range.h                 ids of two servers that are alike
+///   query_state.h              questions that leave an error in the application's context
+///   no_display.h               questions without a display
 ///   driver.h                   a system library that is our own front
 /// bound_objects.h keeps what is current alive meanwhile; local_displays.h holds the tables.
 
@@ -29,6 +31,27 @@ extern "C" {
 /// lacks glXSwapBuffers, when it leads to a front library of ours or to this one, or when another
 /// handle was given before.
 __attribute__((visibility("default"))) bool kor_adapter_init(void* systemHandle);
+
+/// What the vendor front knows when it starts. Texts are copied.
+struct KorAdapterVendors {
+    const void* exports;      // the vendor-neutral dispatch library's __GLXapiExports, for good
+    void* vendor;             // its handle of our vendor library
+    const char* localDisplay; // the local display's name
+    const char* localVendor;  // the local display's vendor; null: the one that its server names
+    const char* appVendor;    // the application display's; null: the next that its server names
+};
+
+/// In place of kor_adapter_init: the driver's functions come from the drivers' vendor libraries,
+/// and never through the vendor-neutral dispatch, which would lead back to the front. A function
+/// that the driver lacks is there all the same and does nothing. False, with nothing changed, when
+/// a source was given before; where the local display has no vendor that can be had, it is true and
+/// no function does anything.
+__attribute__((visibility("default"))) bool
+kor_adapter_init_vendors(const struct KorAdapterVendors* vendors);
+
+/// The local display's vendor's own function of that name; null when it lacks it, and after
+/// kor_adapter_init. Any thread.
+__attribute__((visibility("default"))) void* kor_adapter_driver_function(const char* name);
 
 /// Prepares a connection to the local display: moves its ids out of the range of the
 /// application's and tries what its driver needs. Called on the thread that opened the connection,

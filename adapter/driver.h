@@ -51,6 +51,10 @@ class SystemLibrary : public FunctionSource {
     X(glXGetCurrentDrawable)                                                                       \
     X(glXGetCurrentReadDrawable)                                                                   \
     X(glXQueryExtension)                                                                           \
+    X(glXQueryVersion)                                                                             \
+    X(glXQueryExtensionsString)                                                                    \
+    X(glXQueryServerString)                                                                        \
+    X(glXGetClientString)                                                                          \
     X(glXChooseFBConfig)                                                                           \
     X(glXGetFBConfigs)                                                                             \
     X(glXGetFBConfigAttrib)                                                                        \

@@ -4,6 +4,7 @@
 #include "driver.h"
 #include "fbconfig_owners.h"
 #include "front_buffer.h"
+#include "no_display.h"
 #include "pbuffer_put_error.h"
 #include "query_state.h"
 #include "release_without_context.h"
@@ -160,6 +161,11 @@ void* findFixed(const char* name) {
         fixed("glXGetVisualFromFBConfig", visualOfFbconfig<&Driver::glXGetVisualFromFBConfig>),
         fixed("glXGetVisualFromFBConfigSGIX",
               visualOfFbconfig<&Driver::glXGetVisualFromFBConfigSGIX>),
+        fixed("glXQueryExtension", WithDisplay<&Driver::glXQueryExtension>::ask),
+        fixed("glXQueryVersion", WithDisplay<&Driver::glXQueryVersion>::ask),
+        fixed("glXQueryExtensionsString", WithDisplay<&Driver::glXQueryExtensionsString>::ask),
+        fixed("glXQueryServerString", WithDisplay<&Driver::glXQueryServerString>::ask),
+        fixed("glXGetClientString", WithDisplay<&Driver::glXGetClientString>::ask),
         fixed("glGetIntegerv", getIntegerv),
         fixed("glBeginQuery", beginQuery),
         fixed("glEndQuery", endQuery),

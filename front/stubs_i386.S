@@ -3,6 +3,10 @@
 // right again at the jump. And code cannot address data relative to itself, so that each stub first
 // fetches its own address.
 
+#ifndef KOR_SYMBOL_LIST // the vendor front has another
+#define KOR_SYMBOL_LIST "symbols.def"
+#endif
+
 .macro kor_stub name
     .p2align 4
     .globl \name
@@ -32,14 +36,14 @@
     movl (%esp), %eax
     ret
 #define KOR_SYMBOL(name) kor_stub name;
-#include "symbols.def"
+#include KOR_SYMBOL_LIST
 #undef KOR_SYMBOL
     .cfi_endproc
 
     .section .text.kor_front_first_calls, "ax", @progbits
     .cfi_startproc
 #define KOR_SYMBOL(name) kor_first_call name;
-#include "symbols.def"
+#include KOR_SYMBOL_LIST
 #undef KOR_SYMBOL
     .cfi_endproc
 
@@ -82,7 +86,7 @@ kor_front_nothing:
     .hidden kor_front_slots
 kor_front_slots:
 #define KOR_SYMBOL(name) kor_slot name;
-#include "symbols.def"
+#include KOR_SYMBOL_LIST
 #undef KOR_SYMBOL
 
     .hidden kor_front_resolve

@@ -20,3 +20,7 @@ int kor_wrapper_setting(const char* key) {
                 return setting.value ? 1 : 0;
     return -1;
 }
+
+const char* kor_gl_display_setting() {
+    return kor::conf::settings().glDisplay;
+}

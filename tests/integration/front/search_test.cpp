@@ -153,7 +153,7 @@ TEST(FrontPrivileges, TheEnvironmentDecidesNothing) {
                 openSystemLibrary(libraries, false);
                 ASSERT_NE(libraries.system, nullptr);
                 EXPECT_THAT(pathOf(libraries.system), Not(StartsWith(stage)));
-                openKorLibrary(libraries, false);
+                openKorLibrary({"libGL_KOR.so"}, false);
                 EXPECT_EQ(dlopen(fakeKor.c_str(), RTLD_NOW | RTLD_NOLOAD), nullptr);
             });
 }

@@ -1,6 +1,8 @@
 #ifndef KOR_FRONT_OPEN_LIBRARIES_H
 #define KOR_FRONT_OPEN_LIBRARIES_H
 
+#include <initializer_list>
+
 namespace kor::front {
 
 /// What the front passes calls on to: dlopen handles, which stay open for good, null where the
@@ -12,12 +14,12 @@ struct Libraries {
     const char* systemPath = nullptr; // never freed
 };
 
-/// Each of these opens one library by its path, says on stderr in one line when that fails and
-/// where it looked, and returns null then. trusted: whether the environment may name what is
-/// loaded.
+/// Each of these opens one library by its path, and says on stderr in one line when that fails and
+/// where it looked; what is left is null then. trusted: whether the environment may name what is
+/// loaded. Places are relative to the front's own folder.
 void openSystemLibrary(Libraries& libraries, bool trusted);
-void openAdapter(Libraries& libraries);
-void openKorLibrary(Libraries& libraries, bool trusted);
+void openAdapter(Libraries& libraries, const char* place);
+void* openKorLibrary(std::initializer_list<const char*> places, bool trusted);
 
 } // namespace kor::front
 

@@ -88,8 +88,8 @@ void openSystemLibrary(Libraries& libraries, bool trusted) {
            looked.c_str());
 }
 
-void openAdapter(Libraries& libraries) {
-    const std::string path = std::string(ownPlace().directory) + "/libkor-sysgl.so";
+void openAdapter(Libraries& libraries, const char* place) {
+    const std::string path = std::string(ownPlace().directory) + "/" + place;
     libraries.adapter = dlopen(path.c_str(), openFlags);
     if (libraries.adapter == nullptr)
         report("the adapter to the system's GL library cannot be opened: %s. Drivers are used "
@@ -97,30 +97,33 @@ void openAdapter(Libraries& libraries) {
                lastError());
 }
 
-void openKorLibrary(Libraries& libraries, bool trusted) {
+void* openKorLibrary(std::initializer_list<const char*> places, bool trusted) {
+    // Another front of this process may have opened it, from wherever: there is one per process.
+    if (void* handle = dlopen("libGL_KOR.so", openFlags | RTLD_NOLOAD); handle != nullptr)
+        return handle;
     const char* given = trusted ? environmentValue("KOR_FRONT_LIBRARY") : nullptr;
     if (given != nullptr && *given != '\0') {
-        libraries.kor = dlopen(given, openFlags);
-        if (libraries.kor == nullptr)
+        void* handle = dlopen(given, openFlags);
+        if (handle == nullptr)
             report("the library cannot be opened as KOR_FRONT_LIBRARY says: %s. This process uses "
                    "the system's OpenGL alone.",
                    lastError());
-        return;
+        return handle;
     }
-    const std::string places[] = {std::string(ownPlace().directory) + "/../libGL_KOR.so",
-                                  std::string(ownPlace().directory) + "/libGL_KOR.so"};
+    std::string looked;
     std::string reason;
-    for (const std::string& path : places) {
+    for (const char* place : places) {
+        const std::string path = std::string(ownPlace().directory) + "/" + place;
+        looked += (looked.empty() ? "" : " and ") + path;
         if (!exists(path))
             continue;
-        libraries.kor = dlopen(path.c_str(), openFlags);
-        if (libraries.kor != nullptr)
-            return;
+        if (void* handle = dlopen(path.c_str(), openFlags); handle != nullptr)
+            return handle;
         reason = std::string(" (") + lastError() + ")";
     }
-    report("libGL_KOR.so is missing; looked for %s and %s%s. This process uses the system's "
-           "OpenGL alone.",
-           places[0].c_str(), places[1].c_str(), reason.c_str());
+    report("libGL_KOR.so is missing; looked for %s%s. This process uses the system's OpenGL alone.",
+           looked.c_str(), reason.c_str());
+    return nullptr;
 }
 
 } // namespace kor::front

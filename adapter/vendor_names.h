@@ -1,0 +1,18 @@
+#ifndef KOR_ADAPTER_VENDOR_NAMES_H
+#define KOR_ADAPTER_VENDOR_NAMES_H
+
+#include <X11/Xlib.h>
+
+#include <string>
+#include <vector>
+
+namespace kor::adapter {
+
+/// The names of the vendors whose libraries a display's server asks to be tried, in their order,
+/// without our own; empty when it has no GLX or names none. One exchange with the server; no error
+/// of it reaches an error handler.
+std::vector<std::string> askVendorNames(Display* display, int screen);
+
+} // namespace kor::adapter
+
+#endif
