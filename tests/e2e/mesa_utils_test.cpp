@@ -61,8 +61,10 @@ bool showsGears(const test::Pixels& pixels) {
     return colours.size() > 20 && red > kEnough && green > kEnough && blue > kEnough;
 }
 
-TEST(MesaUtils, GlxinfoTellsTheLocalRenderer) {
-    const Session session(Road::Library);
+class MesaUtils : public testing::TestWithParam<Road> {};
+
+TEST_P(MesaUtils, GlxinfoTellsTheLocalRenderer) {
+    const Session session(GetParam());
     const test::CommandResult result = runCommand(session.command({"glxinfo"}), 60s);
     EXPECT_TRUE(usedLibrary(result)) << summary(result);
     EXPECT_EQ(result.status, 0) << summary(result);
@@ -95,13 +97,13 @@ void expectTurningGears(const Session& session, const test::Command& command) {
     EXPECT_EQ(gears.errors().find("rror"), std::string::npos) << gears.errors();
 }
 
-TEST(MesaUtils, GlxgearsTurnsInItsWindow) {
-    const Session session(Road::Library);
+TEST_P(MesaUtils, GlxgearsTurnsInItsWindow) {
+    const Session session(GetParam());
     expectTurningGears(session, session.command({"glxgears", "-geometry", "300x300+20+30"}));
 }
 
-TEST(MesaUtils, GlxgearsTurnsOnADisplayThatIsNotTheDefault) {
-    const Session session(Road::Library);
+TEST_P(MesaUtils, GlxgearsTurnsOnADisplayThatIsNotTheDefault) {
+    const Session session(GetParam());
     const std::vector<std::string> arguments = {"glxgears", "-geometry", "300x300+20+30",
                                                 "-display", session.display()};
     expectTurningGears(session, session.command(arguments, {"DISPLAY=:65000"}));
@@ -110,6 +112,14 @@ TEST(MesaUtils, GlxgearsTurnsOnADisplayThatIsNotTheDefault) {
     const test::XServer another(options);
     expectTurningGears(session, session.command(arguments, {"DISPLAY=" + another.name()}));
 }
+
+INSTANTIATE_TEST_SUITE_P(Fronts, MesaUtils,
+                         testing::Values(Road::Library, Road::Vendor, Road::Both),
+                         [](const auto& road) {
+                             return road.param == Road::Library  ? "Classic"
+                                    : road.param == Road::Vendor ? "Vendor"
+                                                                 : "Both";
+                         });
 
 } // namespace
 } // namespace kor::e2e

@@ -20,13 +20,24 @@ void forgetOwnSettings(test::Command& command) {
         command.environment[name] = std::nullopt;
 }
 
+std::string libraryPath(Road road) {
+    switch (road) {
+    case Road::Library:
+        return test::buildLibrary("kor");
+    case Road::Vendor:
+        return test::buildLibrary("");
+    default:
+        return test::buildLibrary("kor") + ":" + test::buildLibrary("");
+    }
+}
+
 } // namespace
 
 Session::Session(Road road, int width, int height)
-    : m_road(road), m_application(serverOptions(road == Road::Library ? test::XServer::Kind::Xkor
-                                                                      : test::XServer::Kind::Xvfb,
+    : m_road(road), m_application(serverOptions(road == Road::System ? test::XServer::Kind::Xvfb
+                                                                     : test::XServer::Kind::Xkor,
                                                 width, height)) {
-    if (road == Road::Library)
+    if (road != Road::System)
         m_local.emplace(serverOptions(test::XServer::Kind::Xvfb, 640, 480));
 }
 
@@ -36,9 +47,9 @@ test::Command Session::command(const std::vector<std::string>& arguments,
     command.arguments = arguments;
     forgetOwnSettings(command);
     command.environment["DISPLAY"] = m_application.name();
-    if (m_road == Road::Library) {
+    if (m_road != Road::System) {
         command.environment["KOR_GL_DISPLAY"] = m_local->name();
-        command.environment["LD_LIBRARY_PATH"] = test::buildLibrary("kor");
+        command.environment["LD_LIBRARY_PATH"] = libraryPath(m_road);
         command.environment["KOR_GL_PRINT_VERSION"] = "1"; // see usedLibrary
     }
     for (const std::string& entry : environment) {

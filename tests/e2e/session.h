@@ -11,9 +11,11 @@
 
 namespace kor::e2e {
 
-// Whose frames reach the window: those of the front library in place of the system's GL library,
-// between an Xkor and a software Xvfb, or the system's own on a software Xvfb.
-enum class Road { Library, System };
+// Whose frames reach the window: the library's, between an Xkor and a software Xvfb, by way of the
+// classic front in place of the system's GL library, of the vendor front that the system's loads,
+// or of the classic one where the vendor front lies ready as well; or the system's own frames on a
+// software Xvfb.
+enum class Road { Library, Vendor, Both, System };
 
 class Session {
   public:
