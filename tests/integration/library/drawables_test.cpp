@@ -61,7 +61,7 @@ TEST_F(Drawables, AWindowsRecordIsMadeWithItsPbuffers) {
     EXPECT_EQ(record->type, kor::gl::WindowDrawable);
     EXPECT_EQ(record->appDrawable, window);
     EXPECT_EQ(record->appDisplay, app);
-    EXPECT_EQ(record->fbconfig(), config("double1"));
+    EXPECT_EQ(record->fbconfig, config("double1"));
     EXPECT_EQ(record->visualInfo, _getLVI(app, doubleVisual, nullptr));
     EXPECT_EQ(record->getVisualID(), doubleVisual);
     EXPECT_THAT(geometry(*record), ElementsAre(0, 0, 60, 40));
@@ -163,7 +163,7 @@ TEST_F(Drawables, AnotherFbconfigInvalidatesTheRecordAndMakesAFreshOne) {
     EXPECT_NE(fresh.get(), old.get());
     EXPECT_TRUE(old->invalidatedFbconfig());
     EXPECT_TRUE(said('D', "getDrawableInfo", "Invalidating fbconfig for drawable info"));
-    EXPECT_EQ(fresh->fbconfig(), config("double2"));
+    EXPECT_EQ(fresh->fbconfig, config("double2"));
     // The old one went before the new one came.
     EXPECT_TRUE(said('D', "clearDeletedDrawables", format("deleting 0x%lx", window)));
     EXPECT_EQ(findLocalDrawable(window).get(), fresh.get());

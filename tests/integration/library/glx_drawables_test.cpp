@@ -51,7 +51,7 @@ TEST_F(GlxDrawables, APbufferIsMadeWithTheBestFbconfigAndRemembersTheApplication
     ASSERT_TRUE(record);
     EXPECT_EQ(record->type, kor::gl::PbufferDrawable);
     EXPECT_EQ(record->localDrawable.load(), pbuffer);
-    EXPECT_EQ(record->fbconfig(), config("double2"));
+    EXPECT_EQ(record->fbconfig, config("double2"));
     EXPECT_FALSE(record->fbconfigChanged(config("double2")));
     EXPECT_TRUE(record->fbconfigChanged(config("double1")));
     EXPECT_THAT(geometryOf(pbuffer), ElementsAre(0, 0, 100, 100));
@@ -143,7 +143,7 @@ TEST_F(GlxDrawables, APixmapIsBackedByALocalPixmapOfItsSize) {
     EXPECT_EQ(record->type, kor::gl::PixmapDrawable);
     EXPECT_EQ(record->appPixmap, pixmap);
     EXPECT_EQ(record->localDrawable.load(), drawable);
-    EXPECT_EQ(record->fbconfig(), config("double2"));
+    EXPECT_EQ(record->fbconfig, config("double2"));
     EXPECT_THAT(geometryOf(drawable), ElementsAre(0, 0, 33, 22));
     const fake::Call call = gl.callsOf("glXCreatePixmap").back();
     EXPECT_EQ(call.arguments[1], fake::word(config("double1")));
@@ -207,7 +207,7 @@ TEST_F(GlxDrawables, APixmapOfAVisualUsesTheBestFbconfigWhateverTheSetting) {
     const fake::Call call = gl.callsOf("glXCreatePixmap").back();
     EXPECT_EQ(call.arguments[1], fake::word(config("single")));
     EXPECT_EQ(call.arguments[3], 0U);
-    EXPECT_EQ(findLocalDrawable(drawable)->fbconfig(), config("single"));
+    EXPECT_EQ(findLocalDrawable(drawable)->fbconfig, config("single"));
     EXPECT_THAT(sayings("kor_glXCreateGLXPixmap"),
                 ElementsAre(format("visual id %x", static_cast<unsigned>(singleVisual))));
     EXPECT_THAT(gl.callsOf("glXCreateGLXPixmap"), IsEmpty());
