@@ -128,7 +128,7 @@ TEST_F(Startup, ALibraryThatLacksEverythingIsReportedInFullAndIsNotFatal) {
     expected.push_back("E void setup_sysgl(void*): system_" #name " is NULL");
 #define KOR_SYSTEM_AS(name, reported)                                                              \
     gl.lack(#name);                                                                                \
-    expected.push_back(std::string("E void setup_sysgl(void*): ") + (reported) + " is NULL");
+    expected.push_back(std::string("E void setup_sysgl(void*): ") + (reported));
 #define KOR_SYSTEM_OPTIONAL(name) gl.lack(#name);
 #include "core/system_functions.def"
 #undef KOR_SYSTEM
