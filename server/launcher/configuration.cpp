@@ -1,11 +1,14 @@
 #include "configuration.h"
 
+#include "viewing.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <sys/mman.h>
 #include <unistd.h>
+#include <utility>
 
 namespace kor::server {
 
@@ -53,8 +56,11 @@ std::string configurationText(const Options& options) {
         text += "    Option \"GLDisplay\" \"" + options.glDisplay + "\"\n";
     if (!options.vendorNames)
         text += "    Option \"VendorNames\" \"false\"\n";
-    text += "  EndSubSection\n"
-            "EndSection\n";
+    text += "    Option \"LargestSize\" \"" + std::to_string(largestWidth) + "x" +
+            std::to_string(largestHeight) + "\"\n" + "  EndSubSection\n";
+    if (options.viewing.vnc)
+        text += "  Load \"vnc\"\n";
+    text += "EndSection\n";
     text += "Section \"Device\"\n"
             "  Identifier \"kor-device\"\n"
             "  Driver \"dummy\"\n"
@@ -67,15 +73,26 @@ std::string configurationText(const Options& options) {
             "  HorizSync 1.0-2000.0\n"
             "  VertRefresh 1.0-240.0\n"
             "  " +
-            modeline(options.width, options.height) +
-            "\n"
-            "EndSection\n";
+            modeline(options.width, options.height) + "\n";
+    // Sizes that people are likely to want and that the server does not know by itself.
+    for (const auto& [width, height] : {std::pair(2560, 1080),
+                                        {2560, 1440},
+                                        {2560, 1600},
+                                        {3440, 1440},
+                                        {3840, 1600},
+                                        {3840, 2160},
+                                        {5120, 2880},
+                                        {largestWidth, largestHeight}})
+        if (width != options.width || height != options.height)
+            text += "  " + modeline(width, height) + "\n";
+    text += "EndSection\n";
     // No depth in the subsection: it then serves whatever depth the command line asks for.
     text += "Section \"Screen\"\n"
             "  Identifier \"kor-screen\"\n"
             "  Device \"kor-device\"\n"
             "  Monitor \"kor-monitor\"\n"
-            "  DefaultDepth 24\n"
+            "  DefaultDepth 24\n" +
+            vncOptions(options.viewing, options.verbose) +
             "  SubSection \"Display\"\n"
             "    Modes \"" +
             size +

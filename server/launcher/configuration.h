@@ -8,7 +8,8 @@
 namespace kor::server {
 
 /// The configuration that makes Xorg the server described by the options: the dummy driver with one
-/// screen, our module, no input or graphics hardware.
+/// screen, our module and, where viewers are let in (viewing.vncPort is set then), the VNC one, no
+/// input or graphics hardware.
 std::string configurationText(const Options& options);
 
 /// A file in memory that holds the text, so that nothing of it lies about on disk. Returns its file

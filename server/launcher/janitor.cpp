@@ -26,6 +26,7 @@ namespace kor::server {
 struct Janitor::Traces {
     pid_t server = -1;
     int serverFile = -1; ///< a process file descriptor
+    pid_t webServer = -1;
     std::string lock;
     std::string socket;
 };
@@ -96,6 +97,9 @@ Janitor::Traces Janitor::waitForLauncher(int lifeline) {
             traces.server = message.value;
             traces.serverFile = pidfd_open(message.value, 0);
             break;
+        case Message::WebServer:
+            traces.webServer = message.value;
+            break;
         case Message::Display:
             traces.lock = "/tmp/.X" + number + "-lock";
             traces.socket = "/tmp/.X11-unix/X" + number;
@@ -115,6 +119,8 @@ void Janitor::work(const Remains& remains, int lifeline) {
     close_range(3, ~0U, 0);
 
     const Traces traces = waitForLauncher(0);
+    if (traces.webServer > 0)
+        kill(-traces.webServer, SIGKILL);
     if (traces.serverFile != -1)
         endServer(traces.serverFile);
     if (!traces.socket.empty()) {

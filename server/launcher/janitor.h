@@ -29,13 +29,15 @@ class Janitor {
     /// Tells it of the server, and of its display number once that is known.
     void setServer(pid_t process) { tell(Message::Server, process); }
     void setDisplay(int display) { tell(Message::Display, display); }
+    /// Tells it of the web server, which leads a process group.
+    void setWebServer(pid_t process) { tell(Message::WebServer, process); }
 
     /// Lets it do its work, and waits until that is done.
     void finish();
 
   private:
     struct Message {
-        enum Kind { Server, Display } kind;
+        enum Kind { Server, Display, WebServer } kind;
         int value;
     };
     struct Traces;

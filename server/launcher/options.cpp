@@ -1,7 +1,11 @@
 #include "options.h"
 
+#include <algorithm>
+#include <arpa/inet.h>
 #include <charconv>
 #include <fcntl.h>
+#include <filesystem>
+#include <netinet/in.h>
 
 namespace kor::server {
 
@@ -65,19 +69,69 @@ void setDisplayFd(Options& options, const std::string& text) {
     options.displayFd = value;
 }
 
+/// What passes through the server's configuration file, where nothing can be quoted.
+bool fitsConfiguration(const std::string& text) {
+    return !text.empty() && text.size() <= longestName &&
+           std::none_of(text.begin(), text.end(), [](unsigned char character) {
+               return character == '"' || character < ' ' || character == 127;
+           });
+}
+
 void setGLDisplay(Options& options, const std::string& name) {
     if (name.empty() || name.size() > longestName)
         wrongUse("-gldisplay wants a display name of 1 to " + std::to_string(longestName) +
                  " characters, for example :0.0");
-    // The name passes through the server's configuration file, where nothing can be quoted.
-    for (const char character : name)
-        if (character == '"' || static_cast<unsigned char>(character) < ' ' || character == 127)
-            wrongUse("the name given with -gldisplay holds a quotation mark or a control "
-                     "character");
+    if (!fitsConfiguration(name))
+        wrongUse("the name given with -gldisplay holds a quotation mark or a control character");
     options.glDisplay = name;
 }
 
+int portNumber(const std::string& option, const std::string& text) {
+    constexpr int largestPort = 65535;
+    const auto value = number(text);
+    if (!value || *value == 0 || *value > largestPort)
+        wrongUse("\"" + text + "\" is no port: " + option + " wants one from 1 to " +
+                 std::to_string(largestPort) + ", or none");
+    return *value;
+}
+
+std::string listenAddress(const std::string& option, const std::string& text) {
+    in6_addr address{}; // holds either kind
+    if (text != "all" && inet_pton(AF_INET, text.c_str(), &address) != 1 &&
+        inet_pton(AF_INET6, text.c_str(), &address) != 1)
+        wrongUse("\"" + text + "\" is no address: " + option +
+                 " wants a numeric one of this machine, or the word all");
+    return text;
+}
+
+/// What can be said of the viewing options as a whole.
+void checkViewing(Viewing& viewing) {
+    const bool askedFor = viewing.vnc || viewing.web;
+    if (!viewing.web && !viewing.webAddress.empty())
+        wrongUse("-web-listen goes with -web, which is not given");
+    if (!askedFor &&
+        (!viewing.vncAddress.empty() || !viewing.passwordFile.empty() || viewing.withoutPassword))
+        wrongUse("-vnc-listen, -vnc-password and -vnc-insecure go with -vnc or -web, and neither "
+                 "is given");
+    if (!askedFor)
+        return;
+    if (viewing.withoutPassword && !viewing.passwordFile.empty())
+        wrongUse("-vnc-password and -vnc-insecure exclude each other");
+    if (!viewing.withoutPassword && viewing.passwordFile.empty())
+        wrongUse("a session that can be looked at wants a password: -vnc-password FILE with a "
+                 "file made by vncpasswd, or -vnc-insecure to let in everybody on this machine");
+    if (viewing.withoutPassword &&
+        !(isLoopback(viewing.vncAddress) && isLoopback(viewing.webAddress)))
+        wrongUse("-vnc-insecure is for loopback only: with -vnc-listen or -web-listen the session "
+                 "wants -vnc-password FILE");
+    viewing.vnc = true;
+}
+
 } // namespace
+
+bool isLoopback(const std::string& address) {
+    return address.empty() || address.starts_with("127.") || address == "::1";
+}
 
 Options parseOptions(const std::vector<std::string>& arguments) {
     Options options;
@@ -87,6 +141,11 @@ Options parseOptions(const std::vector<std::string>& arguments) {
             if (i + 1 == arguments.size())
                 wrongUse(argument + " wants " + what + " after it");
             return arguments[++i];
+        };
+        auto port = [&]() -> std::optional<int> {
+            const bool given = i + 1 < arguments.size() && !arguments[i + 1].empty() &&
+                               arguments[i + 1][0] >= '0' && arguments[i + 1][0] <= '9';
+            return given ? std::optional(portNumber(argument, arguments[++i])) : std::nullopt;
         };
         if (argument == "-help" || argument == "--help") {
             options.action = Options::Action::Help;
@@ -113,6 +172,28 @@ Options parseOptions(const std::vector<std::string>& arguments) {
             options.authority = value("an authority file");
             if (options.authority.empty())
                 wrongUse("the authority file given with -auth has an empty name");
+        } else if (argument == "-vnc") {
+            options.viewing.vnc = true;
+            options.viewing.vncPort = port();
+        } else if (argument == "-web") {
+            options.viewing.web = true;
+            options.viewing.webPort = port();
+        } else if (argument == "-vnc-listen") {
+            options.viewing.vncAddress = listenAddress(argument, value("an address"));
+        } else if (argument == "-web-listen") {
+            options.viewing.webAddress = listenAddress(argument, value("an address"));
+        } else if (argument == "-vnc-password") {
+            options.viewing.passwordFile = value("a password file");
+            std::error_code error;
+            const auto path = std::filesystem::absolute(options.viewing.passwordFile, error);
+            if (error || !fitsConfiguration(options.viewing.passwordFile) ||
+                !fitsConfiguration(path.string()))
+                wrongUse("the name of the file given with -vnc-password is empty, longer than " +
+                         std::to_string(longestName) +
+                         " characters, or holds a quotation mark or a control character");
+            options.viewing.passwordFile = path;
+        } else if (argument == "-vnc-insecure") {
+            options.viewing.withoutPassword = true;
         } else if (argument == "-modulepath") {
             options.modulePath = value("a list of directories");
         } else if (argument == "-config" || argument == "-xf86config") {
@@ -124,6 +205,7 @@ Options parseOptions(const std::vector<std::string>& arguments) {
             options.further.push_back(argument);
         }
     }
+    checkViewing(options.viewing);
     return options;
 }
 
@@ -143,6 +225,13 @@ std::string usage() {
            "find\n"
            "                     it no more by themselves\n"
            "  -auth FILE         authority file; without it Xkor makes one and says where\n"
+           "  -vnc [PORT]        let VNC viewers in, on loopback only; 5900 + N unless given\n"
+           "  -web [PORT]        show the screen in a browser, through noVNC, on loopback only;\n"
+           "                     6080 + N unless given\n"
+           "  -vnc-password FILE the password that viewers need, made with vncpasswd\n"
+           "  -vnc-insecure      no password: everybody on this machine is let in\n"
+           "  -vnc-listen ADDRESS|all, -web-listen ADDRESS|all\n"
+           "                     listen there instead; wants a password\n"
            "  +extension Composite  turn Composite on, which is off: with it programs are offered\n"
            "                     visuals of depth 32, which cannot be painted\n"
            "  -verbose [N]       show what the Xorg server prints\n"

@@ -74,26 +74,26 @@ bool makePrivateFolder(const fs::path& folder) {
 
 } // namespace
 
+bool holdsModule(const std::string& modulePath, const std::string& name) {
+    for (const std::string& folder : split(modulePath))
+        if (readable(fs::path(folder) / name))
+            return true;
+    return false;
+}
+
 ServerFiles findServerFiles(const Options& options) {
     ServerFiles files;
     files.program = findProgram();
     files.modulePath = options.modulePath.empty() ? usualModulePath : options.modulePath;
 
-    const std::vector<std::string> folders = split(files.modulePath);
-    auto holds = [&](const char* name) {
-        for (const std::string& folder : folders)
-            if (readable(fs::path(folder) / name))
-                return true;
-        return false;
-    };
-    if (!holds("drivers/dummy_drv.so"))
+    if (!holdsModule(files.modulePath, "drivers/dummy_drv.so"))
         throw Problem(Problem::StartFailed, "the server's dummy driver is missing in " +
                                                 files.modulePath +
                                                 ": install the package xserver-xorg-video-dummy");
     const fs::path own = moduleFolderBesideLauncher();
     if (!own.empty())
         files.modulePath = own.string() + "," + files.modulePath;
-    else if (!holds(moduleName))
+    else if (!holdsModule(files.modulePath, moduleName))
         throw Problem(Problem::StartFailed,
                       "the server module libkor.so is neither in ../lib/xorg/modules/extensions "
                       "beside Xkor nor in " +

@@ -19,6 +19,9 @@ struct ServerFiles {
 /// installed prefix serve themselves. Throws Problem when one is missing, with what to do.
 ServerFiles findServerFiles(const Options& options);
 
+/// Whether one of the directories of a module path has the file, which is named below them.
+bool holdsModule(const std::string& modulePath, const std::string& name);
+
 /// Where the server's log goes, for the user alone: $XDG_STATE_HOME/kor, ~/.local/state/kor, or
 /// /tmp/kor-UID when neither can be written. Made where it is missing. Throws Problem.
 std::string logFolder();

@@ -6,7 +6,10 @@
 #include "display_in_use.h"
 #include "janitor.h"
 #include "server_files.h"
+#include "server_output.h"
 #include "server_process.h"
+#include "viewing.h"
+#include "web_server.h"
 
 #include <cerrno>
 #include <chrono>
@@ -50,31 +53,6 @@ void writeAll(int file, const std::string& text) {
     }
 }
 
-/// The line in which the server says why it gives up, out of all that it printed.
-std::string reasonOf(const std::string& output) {
-    constexpr const char* mark = "Fatal server error:\n";
-    size_t begin = output.find(mark);
-    if (begin == std::string::npos)
-        return "it gave no reason";
-    begin += strlen(mark);
-    std::string line = output.substr(begin, output.find('\n', begin) - begin);
-    // The server marks its lines, some of them at both ends.
-    constexpr const char* error = "(EE)";
-    auto trim = [&line] {
-        while (line.starts_with(' '))
-            line.erase(0, 1);
-        while (line.ends_with(' '))
-            line.pop_back();
-    };
-    if (line.starts_with(error))
-        line.erase(0, strlen(error));
-    trim();
-    if (line.ends_with(error))
-        line.erase(line.size() - strlen(error));
-    trim();
-    return line.empty() ? "it gave no reason" : line;
-}
-
 class Supervisor {
   public:
     explicit Supervisor(const Options& options)
@@ -107,23 +85,29 @@ class Supervisor {
     void supervise();
     void handleSignal();
     void handleDisplay();
+    void handleWebServer();
+    void announce();
+    void giveUp(const std::string& reason);
     void handleOutput();
     void checkTime();
     [[nodiscard]] int waitMilliseconds() const;
     [[nodiscard]] std::string whereIsTheLog() const;
 
-    const Options& m_options;
+    Options m_options;
     const pid_t m_parent;
     const bool m_parentWaits; ///< started by xinit or its like, which wait for SIGUSR1
     int m_signals = -1;
     std::unique_ptr<Authority> m_authority; ///< null: the caller gave one
     ServerProcess m_server;
     Janitor m_janitor;
+    WebServer m_webServer;
     std::string m_logFolder;
-    std::string m_number; ///< what the server has written of its display number so far
-    std::string m_output; ///< the last part of what the server printed before it was ready
-    bool m_ready = false;
-    int m_asked = 0; ///< the signal that told it to end; 0: none
+    std::string m_number;         ///< what the server has written of its display number so far
+    std::string m_output;         ///< the last part of what the server printed before it was ready
+    std::optional<int> m_display; ///< once the server takes clients
+    std::string m_givenUp;        ///< why the launcher itself ends the server; empty: it does not
+    bool m_ready = false;         ///< everything runs, and whoever asked has been told
+    int m_asked = 0;              ///< the signal that told it to end; 0: none
     bool m_ended = false;
     int m_status = 0;
     Clock::time_point m_deadline = Clock::time_point::max();
@@ -189,6 +173,7 @@ void Supervisor::start() {
     if (!m_options.ownLog)
         m_logFolder = logFolder();
     takeSignals();
+    prepareViewing(m_options.viewing, number, files.modulePath);
     const int configuration = configurationFile(configurationText(m_options));
 
     Janitor::Remains remains;
@@ -231,35 +216,81 @@ void Supervisor::handleSignal() {
 void Supervisor::handleDisplay() {
     const bool more = readSome(m_server.display, m_number);
     if (const size_t end = m_number.find('\n'); end != std::string::npos) {
-        const int display = atoi(m_number.c_str());
-        m_janitor.setDisplay(display);
-        m_ready = true;
-        if (!m_asked)
-            m_deadline = Clock::time_point::max();
-        if (m_authority) {
+        m_display = atoi(m_number.c_str());
+        m_janitor.setDisplay(*m_display);
+        if (m_options.viewing.web && !m_asked) {
             try {
-                m_authority->write(display);
-            } catch (const Problem& problem) { // the entry for every number still serves
-                fprintf(stderr, "Xkor: %s\n", problem.what());
+                m_webServer.start(m_options.viewing);
+                m_janitor.setWebServer(m_webServer.process());
+            } catch (const Problem& problem) {
+                giveUp(problem.what());
             }
-            fprintf(stderr, "Xkor: to use this server: export DISPLAY=:%d XAUTHORITY=%s\n", display,
-                    m_authority->path().c_str());
-        }
-        if (m_parentWaits) {
-            // Such a parent gives its clients no authority file that it was not told of.
-            if (m_authority)
-                admitOwnUser(display, m_authority->cookie());
-            if (getppid() == m_parent)
-                kill(m_parent, SIGUSR1);
-        }
-        if (m_options.displayFd) {
-            writeAll(*m_options.displayFd, m_number.substr(0, end + 1));
-            close(*m_options.displayFd);
+        } else {
+            announce();
         }
     }
-    if (m_ready || !more) {
+    if (m_display || !more) {
         close(m_server.display);
         m_server.display = -1;
+    }
+}
+
+/// Without the page that was asked for there is no start; a page that is lost later takes no
+/// session with it.
+void Supervisor::handleWebServer() {
+    using State = WebServer::State;
+    const bool wasThere = m_webServer.process() > 0;
+    const State state = m_webServer.look();
+    if (state == State::Serving && !m_ready && !m_asked)
+        announce();
+    if (state != State::Ended || !wasThere)
+        return;
+    while (m_webServer.output() != -1)
+        m_webServer.handleOutput(m_options.verbose);
+    if (!m_ready && !m_asked)
+        giveUp("the web server did not start: " + m_webServer.lastLine());
+    else if (!m_asked)
+        fprintf(stderr, "Xkor: the web server has ended: browsers no longer reach display :%d\n",
+                *m_display);
+}
+
+void Supervisor::giveUp(const std::string& reason) {
+    m_givenUp = reason;
+    m_asked = SIGTERM;
+    m_deadline = Clock::now() + endTakesAtMost;
+    kill(m_server.process, m_asked);
+}
+
+/// Tells everybody who waits for it that the server can be used.
+void Supervisor::announce() {
+    m_ready = true;
+    if (!m_asked)
+        m_deadline = Clock::time_point::max();
+    if (m_authority) {
+        try {
+            m_authority->write(m_display);
+        } catch (const Problem& problem) { // the entry for every number still serves
+            fprintf(stderr, "Xkor: %s\n", problem.what());
+        }
+        fprintf(stderr, "Xkor: to use this server: export DISPLAY=:%d XAUTHORITY=%s\n", *m_display,
+                m_authority->path().c_str());
+    }
+    if (m_options.viewing.vnc)
+        fprintf(stderr, "Xkor: to look at it with a VNC viewer: %s\n",
+                vncHost(m_options.viewing).c_str());
+    if (m_options.viewing.web)
+        fprintf(stderr, "Xkor: to look at it in a browser: %s\n",
+                webPage(m_options.viewing).c_str());
+    if (m_parentWaits) {
+        // Such a parent gives its clients no authority file that it was not told of.
+        if (m_authority)
+            admitOwnUser(*m_display, m_authority->cookie());
+        if (getppid() == m_parent)
+            kill(m_parent, SIGUSR1);
+    }
+    if (m_options.displayFd) {
+        writeAll(*m_options.displayFd, std::to_string(*m_display) + "\n");
+        close(*m_options.displayFd);
     }
 }
 
@@ -293,6 +324,8 @@ void Supervisor::checkTime() {
 int Supervisor::waitMilliseconds() const {
     if (m_asked)
         return 100;
+    if (m_display && !m_ready)
+        return 20; // the web server says nothing when it begins to listen
     if (m_deadline == Clock::time_point::max())
         return -1;
     const auto left =
@@ -303,16 +336,21 @@ int Supervisor::waitMilliseconds() const {
 void Supervisor::supervise() {
     while (!m_ended) {
         // poll() passes over an entry whose file is -1.
-        pollfd files[] = {
-            {m_signals, POLLIN, 0}, {m_server.display, POLLIN, 0}, {m_server.output, POLLIN, 0}};
+        pollfd files[] = {{m_signals, POLLIN, 0},
+                          {m_server.display, POLLIN, 0},
+                          {m_server.output, POLLIN, 0},
+                          {m_webServer.output(), POLLIN, 0}};
         if (poll(files, std::size(files), waitMilliseconds()) == -1 && errno != EINTR)
             break;
         if (files[1].revents)
             handleDisplay();
         if (files[2].revents)
             handleOutput();
+        if (files[3].revents)
+            m_webServer.handleOutput(m_options.verbose);
         if (files[0].revents)
             handleSignal();
+        handleWebServer();
         checkTime();
     }
     // What the server said last may still be in the pipe; whoever inherited it may keep it open.
@@ -327,7 +365,10 @@ void Supervisor::supervise() {
 int Supervisor::run() {
     start();
     supervise();
+    m_webServer.stop();
     m_janitor.finish();
+    if (!m_givenUp.empty())
+        throw Problem(Problem::StartFailed, m_givenUp);
     if (m_ready || m_asked)
         return m_status;
     throw Problem(Problem::StartFailed,

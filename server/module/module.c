@@ -14,6 +14,7 @@
 
 #include "../korv1_proto.h"
 #include "korv1.h"
+#include "screen_size.h"
 #include "vendor_names.h"
 
 /* How the server loads the module "kor" and what it takes from the configuration:
@@ -22,6 +23,7 @@
  *       SubSection "kor"
  *           Option "GLDisplay" ":0.0"
  *           Option "VendorNames" "true"
+ *           Option "LargestSize" "7680x4320"
  *       EndSubSection
  *   EndSection
  */
@@ -32,6 +34,7 @@ static void initialise(void) {
     korV1Init();
     if (tellsVendorNames)
         korVendorNamesInit();
+    korScreenSizeInit();
 }
 
 static const ExtensionModule extension = {initialise, KOR_V1_NAME, NULL};
@@ -47,6 +50,10 @@ static void* setup(void* module, void* options, int* errorMajor, int* errorMinor
     }
     if (!korV1SetGLDisplay(xf86FindOptionValue(options, "GLDisplay"))) {
         *errorMajor = LDR_NOMEM;
+        return NULL;
+    }
+    if (!korScreenSizeSetLargest(xf86FindOptionValue(options, "LargestSize"))) {
+        *errorMajor = LDR_MODSPECIFIC;
         return NULL;
     }
     tellsVendorNames = xf86SetBoolOption(options, "VendorNames", TRUE);
