@@ -236,6 +236,19 @@ TEST_F(FrameOrder, AWideWindowTakesTwoSlices) {
               true);
 }
 
+TEST_F(FrameOrder, ATallWindowTakesTwoSlicesFromAboveEachOther) {
+    begin(20, 5000);
+    ASSERT_TRUE(swapAndPaint());
+    EXPECT_THAT(fake::texts(gl.callsOf("glCopyTexSubImage2D")),
+                ElementsAre("glCopyTexSubImage2D(GL_TEXTURE_RECTANGLE, 0, 0, 0, 0, 0, 20, 5000)",
+                            "glCopyTexSubImage2D(GL_TEXTURE_RECTANGLE, 0, 0, 0, 0, -2501, 20, "
+                            "5000)"));
+    EXPECT_TRUE(kor::test::waitUntil([&] {
+        return said('D', "XImagePainter::draw",
+                    format("XPutting image on %lx, size 20 7501", window));
+    }));
+}
+
 TEST_F(FrameOrder, AResizedWindowReallocatesItsTexturesOnce) {
     begin(64, 48);
     ASSERT_TRUE(swapAndPaint());
