@@ -36,7 +36,23 @@ const std::set<std::string> fixedNames = {"glXSwapBuffers",
                                           "glXDestroyGLXPbufferSGIX",
                                           "glXDestroyPixmap",
                                           "glXDestroyGLXPixmap",
-                                          "glXDestroyContext"};
+                                          "glXDestroyContext",
+                                          "glXCreateNewContext",
+                                          "glXCreateContextAttribsARB",
+                                          "glXCreateContextWithConfigSGIX",
+                                          "glXGetFBConfigAttrib",
+                                          "glXGetFBConfigAttribSGIX",
+                                          "glXGetVisualFromFBConfig",
+                                          "glXGetVisualFromFBConfigSGIX",
+                                          "glXQueryExtension",
+                                          "glXQueryVersion",
+                                          "glXQueryExtensionsString",
+                                          "glXQueryServerString",
+                                          "glXGetClientString",
+                                          "glGetIntegerv",
+                                          "glBeginQuery",
+                                          "glEndQuery",
+                                          "glGetQueryObjectiv"};
 
 TEST(Names, AreAbsentBeforeTheDriverIsKnown) {
     const FreshAdapter adapter;
