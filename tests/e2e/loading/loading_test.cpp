@@ -1,0 +1,146 @@
+// Every way in which a program reaches GL, by way of each front that can serve it: the picture is
+// in the window, and it came through our library.
+#include <gtest/gtest.h> // before the X headers, whose macros have names of its types
+
+#include "session.h"
+
+#include <algorithm>
+
+namespace kor::e2e {
+namespace {
+
+struct Loading {
+    std::string name;
+    std::vector<std::string> command;
+    bool classic; // whether the classic front can serve it: it is libGL.so.1 and nothing else
+};
+
+std::vector<Loading> loadings() {
+    std::vector<Loading> all = {
+        {"LinkedWithGL", {"linked_gl_client"}, true},
+        {"LinkedWithGLXAndOpenGL", {"linked_glvnd_client"}, false},
+        {"SecondThreadFirst", {"linked_gl_client", "thread"}, true},
+        {"SecondThreadFirstGLX", {"linked_glvnd_client", "thread"}, false},
+        {"PlugIn", {"dlopen_client", "plugin", KOR_LOADING_PLUGIN}, true},
+    };
+    for (const std::string mode : {"local", "global", "deepbind"}) {
+        std::string name = mode;
+        name[0] = static_cast<char>(name[0] - 'a' + 'A');
+        all.push_back(
+            {"Dlopen" + name + "GL", {"dlopen_client", mode, "symbols", "libGL.so.1"}, true});
+        all.push_back({"Dlopen" + name + "GLXAndOpenGL",
+                       {"dlopen_client", mode, "symbols", "libGLX.so.0", "libOpenGL.so.0"},
+                       false});
+        all.push_back({"Procedures" + name + "GL",
+                       {"dlopen_client", mode, "procedures", "libGL.so.1"},
+                       true});
+        all.push_back({"Procedures" + name + "GLX",
+                       {"dlopen_client", mode, "procedures", "libGLX.so.0"},
+                       false});
+    }
+    return all;
+}
+
+std::vector<Loading> classicLoadings() {
+    std::vector<Loading> all = loadings();
+    std::erase_if(all, [](const Loading& loading) { return !loading.classic; });
+    return all;
+}
+
+test::Command program(const Session& session, const std::vector<std::string>& command) {
+    test::Command result = session.command(command);
+    result.arguments.front() = std::string(KOR_LOADING_BIN_DIR "/") + command.front();
+    return result;
+}
+
+void expectPassed(const test::CommandResult& result) {
+    EXPECT_TRUE(usedLibrary(result)) << summary(result);
+    EXPECT_EQ(result.status, 0) << summary(result);
+    EXPECT_NE(result.output.find("passed"), std::string::npos) << summary(result);
+}
+
+constexpr std::chrono::seconds kTime(60);
+
+class VendorLoading : public testing::TestWithParam<Loading> {};
+class ClassicLoading : public testing::TestWithParam<Loading> {};
+class BothLoading : public testing::TestWithParam<Loading> {};
+
+TEST_P(VendorLoading, ShowsThePicture) {
+    const Session session(Road::Vendor);
+    expectPassed(runCommand(program(session, GetParam().command), kTime));
+}
+
+TEST_P(ClassicLoading, ShowsThePicture) {
+    const Session session(Road::Library);
+    expectPassed(runCommand(program(session, GetParam().command), kTime));
+}
+
+// What goes past the classic front is served by the vendor front.
+TEST_P(BothLoading, ShowsThePicture) {
+    const Session session(Road::Both);
+    expectPassed(runCommand(program(session, GetParam().command), kTime));
+}
+
+std::string loadingName(const testing::TestParamInfo<Loading>& info) {
+    return info.param.name;
+}
+
+INSTANTIATE_TEST_SUITE_P(Ways, VendorLoading, testing::ValuesIn(loadings()), loadingName);
+INSTANTIATE_TEST_SUITE_P(Ways, ClassicLoading, testing::ValuesIn(classicLoadings()), loadingName);
+INSTANTIATE_TEST_SUITE_P(Ways, BothLoading, testing::ValuesIn(loadings()), loadingName);
+
+/// A second display beside the session's, as any X server is.
+class TwoDisplays : public testing::Test {
+  protected:
+    static test::XServer::Options ordinary() {
+        test::XServer::Options options;
+        options.kind = test::XServer::Kind::Xvfb;
+        return options;
+    }
+    test::CommandResult run(const Session& session, std::vector<std::string> command) const {
+        std::replace(command.begin(), command.end(), std::string("KOR"), session.display());
+        std::replace(command.begin(), command.end(), std::string("OTHER"), other.name());
+        return runCommand(program(session, command), kTime);
+    }
+    test::XServer other{ordinary()};
+};
+
+TEST_F(TwoDisplays, OursFirst) {
+    const Session session(Road::Vendor);
+    expectPassed(run(session, {"two_displays_client", "KOR", "OTHER"}));
+}
+
+TEST_F(TwoDisplays, TheOrdinaryOneFirst) {
+    const Session session(Road::Vendor);
+    expectPassed(run(session, {"two_displays_client", "OTHER", "KOR"}));
+}
+
+TEST_F(TwoDisplays, WithExtensionsOursFirst) {
+    const Session session(Road::Vendor);
+    expectPassed(run(session, {"two_displays_client", "extensions", "KOR", "OTHER"}));
+}
+
+TEST_F(TwoDisplays, WithExtensionsTheOrdinaryOneFirst) {
+    const Session session(Road::Vendor);
+    expectPassed(run(session, {"two_displays_client", "extensions", "OTHER", "KOR"}));
+}
+
+TEST_F(TwoDisplays, TheOrdinaryOneAloneIsNoneOfOurs) {
+    const Session session(Road::Vendor);
+    test::Command command = program(session, {"linked_gl_client"});
+    command.environment["DISPLAY"] = other.name();
+    const test::CommandResult result = runCommand(command, kTime);
+    EXPECT_EQ(result.status, 0) << summary(result);
+    EXPECT_FALSE(usedLibrary(result)) << summary(result);
+}
+
+TEST_F(TwoDisplays, TheClassicFrontEndsTheProcess) {
+    const Session session(Road::Library);
+    const test::CommandResult result = run(session, {"two_displays_client", "OTHER", "KOR"});
+    EXPECT_EQ(result.status, 20) << summary(result);
+    EXPECT_NE(result.errors.find("You should install Xkor to use KOR"), std::string::npos)
+        << summary(result);
+}
+
+} // namespace
+} // namespace kor::e2e
