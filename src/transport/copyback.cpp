@@ -5,6 +5,7 @@
 #include "display/connections.h"
 #include "drawable/registry.h"
 #include "support/log.h"
+#include "transport/frame_statistics.h"
 #include "transport/ximage_painter.h"
 
 #include <unistd.h>
@@ -96,6 +97,7 @@ void CopybackThread::svc() {
         KOR_WARNING("Could not open the copyback display");
         return;
     }
+    openStatisticsPage();
     while (!copyback_->checkStop())
         copyback_->doCopyback(display);
     XImagePainter::connectionCloses();

@@ -86,6 +86,7 @@ bool ReadbackContext::performGPUReadback(int width, int height) {
     fence_ = system_glFenceSync(GL_SYNC_GPU_COMMANDS_COMPLETE, 0);
     system_glBindTexture(GL_TEXTURE_RECTANGLE, 0);
     system_glFlush(); // so that the fence reaches the GPU
+    statistics_.rendered(framePending_);
     framePending_ = true;
     return true;
 }
@@ -110,10 +111,16 @@ void ReadbackContext::copyToAppDisplay(Display* display, XImagePainter* painter,
     transferWidth_ = width_;
     transferHeight_ = height_;
     destinationBuffer_ = painter->getBuffer();
+    statistics_.begins(painter->window());
     work_.V(korWhereInfo{});
     done_.P(korWhereInfo{});
-    if (transferSucceeded_)
+    statistics_.transferred();
+    if (transferSucceeded_) {
         painter->draw(display, width_, height_);
+        statistics_.painted(width_, height_, painter->usesSharedMemory());
+    } else {
+        statistics_.failed();
+    }
     destinationBuffer_ = nullptr;
     framePending_ = false;
 }

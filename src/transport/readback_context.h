@@ -6,6 +6,7 @@
 #include "support/mutex.h"
 #include "support/semaphore.h"
 #include "support/thread.h"
+#include "transport/frame_statistics.h"
 
 #include <X11/Xlib.h>
 #include <atomic>
@@ -71,6 +72,7 @@ class ReadbackContext {
     int width_ = 0;                                      // extent of the pending frame
     int height_ = 0;
     bool framePending_ = false;
+    FrameStatistics statistics_;
     Mutex copyLock_; // guards all of the above but the first four, and the transfer below
     Thread<ReadbackContext> thread_;
     Mutex exitLock_; // guards the next one

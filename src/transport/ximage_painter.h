@@ -27,6 +27,10 @@ class XImagePainter {
     /// The image's pixels, or null without an image. 4 bytes a pixel, width x 4 bytes a row.
     char* getBuffer() const;
 
+    Window window() const { return m_window; }
+    /// The mode in which the last setup made its image, or tried to.
+    bool usesSharedMemory() const { return m_useShm; }
+
     /// Puts the image at the window's origin. Does not wait for the server.
     void draw(Display* display, int width, int height);
 

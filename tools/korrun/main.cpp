@@ -6,6 +6,7 @@
 #include "options.h"
 #include "screenshot.h"
 #include "session.h"
+#include "statistics.h"
 
 #include <csignal>
 #include <cstdio>
@@ -152,7 +153,10 @@ int run(const Options& options) {
         say("front library (" + options.front + ") in LD_LIBRARY_PATH " +
             variable("LD_LIBRARY_PATH"));
 
-    if (!options.session && !options.screenshot && !options.seconds)
+    std::optional<StatisticsFolder> statistics;
+    if (options.stats)
+        statistics.emplace();
+    if (!options.session && !options.screenshot && !options.seconds && !options.stats)
         becomeCommand(options.command);
 
     CommandPlan plan;
@@ -170,6 +174,9 @@ int run(const Options& options) {
             say("the session's " + name + " had ended by itself");
     if (options.verbose && result.timeWasUp)
         say(options.command[0] + " was ended: its time was up");
+    if (statistics)
+        for (const std::string& line : statistics->report())
+            say(line);
     return reportOf(options, result);
 }
 

@@ -97,9 +97,9 @@ struct Switch {
 };
 
 constexpr Switch switches[] = {
-    {"--session", &Options::session}, {"--verbose", &Options::verbose},
-    {"-v", &Options::verbose},        {"--help", &Options::help},
-    {"-h", &Options::help},           {"--version", &Options::version},
+    {"--session", &Options::session}, {"--verbose", &Options::verbose}, {"-v", &Options::verbose},
+    {"--stats", &Options::stats},     {"--help", &Options::help},       {"-h", &Options::help},
+    {"--version", &Options::version},
 };
 
 void checkTogether(const Options& options, const std::vector<std::string>& given) {
@@ -177,6 +177,7 @@ session's windows. Ends with COMMAND's own status.
                        COMMAND (default 2)
   --seconds N          end COMMAND after N seconds; the status is then 0
   --front KIND         kind of front library: classic (the only one)
+  --stats              say at the end what became of the frames of each window
   -v, --verbose        say which servers, displays and libraries are used
   -h, --help           this text
   --version            the version

@@ -17,6 +17,7 @@ struct Options {
     bool version = false;
     bool verbose = false;
     bool session = false;
+    bool stats = false;                    // say at the end what became of the frames
     Size size{1280, 800};                  // of the session's screen, in pixels
     std::optional<std::string> glDisplay;  // the GPU's display, if named on the command line
     std::optional<std::string> screenshot; // PNG file to write
