@@ -31,30 +31,30 @@ size_t sequenceLength(const std::string& text, size_t at) {
 
 } // namespace
 
-const char* nameOf(Status status) {
+const char* nameOf(Verdict status) {
     switch (status) {
-    case Status::Ok:
+    case Verdict::Ok:
         return "ok";
-    case Status::Skipped:
+    case Verdict::Skipped:
         return "skipped";
-    case Status::Warning:
+    case Verdict::Warning:
         return "warning";
-    case Status::Broken:
+    case Verdict::Broken:
         return "broken";
     }
     return "unknown";
 }
 
-Status worstOf(const std::vector<Check>& checks) {
-    Status worst = Status::Ok;
+Verdict worstOf(const std::vector<Check>& checks) {
+    Verdict worst = Verdict::Ok;
     for (const Check& check : checks)
-        if (check.status != Status::Skipped)
-            worst = std::max(worst, check.status);
+        if (check.verdict != Verdict::Skipped)
+            worst = std::max(worst, check.verdict);
     return worst;
 }
 
-int exitStatusOf(Status worst) {
-    return worst == Status::Broken ? 2 : worst == Status::Warning ? 1 : 0;
+int exitStatusOf(Verdict worst) {
+    return worst == Verdict::Broken ? 2 : worst == Verdict::Warning ? 1 : 0;
 }
 
 std::string oneLine(const std::string& text) {
@@ -78,8 +78,8 @@ std::string asText(const std::vector<Check>& checks) {
     std::string text;
     for (const Check& check : checks) {
         // What needs attention is in capitals.
-        std::string word = nameOf(check.status);
-        if (check.status >= Status::Warning)
+        std::string word = nameOf(check.verdict);
+        if (check.verdict >= Verdict::Warning)
             for (char& letter : word)
                 letter = static_cast<char>(letter - 'a' + 'A');
         word.resize(9, ' ');
@@ -116,7 +116,7 @@ std::string jsonString(const std::string& text) {
 }
 
 std::string asJson(const std::vector<Check>& checks) {
-    const Status worst = worstOf(checks);
+    const Verdict worst = worstOf(checks);
     std::string json = "{\n  \"version\": " + jsonString(KOR_VERSION) +
                        ",\n  \"status\": " + jsonString(nameOf(worst)) +
                        ",\n  \"exitStatus\": " + std::to_string(exitStatusOf(worst)) +
@@ -125,7 +125,7 @@ std::string asJson(const std::vector<Check>& checks) {
     for (const Check& check : checks) {
         json += separator;
         json += "    {\"id\": " + jsonString(check.id) + ", \"title\": " + jsonString(check.title) +
-                ", \"status\": " + jsonString(nameOf(check.status)) +
+                ", \"status\": " + jsonString(nameOf(check.verdict)) +
                 ", \"result\": " + jsonString(check.result) +
                 ", \"advice\": " + jsonString(check.advice) + "}";
         separator = ",\n";

@@ -5,7 +5,7 @@
 
 namespace kordoctor {
 
-enum class Status {
+enum class Verdict {
     Ok,
     Skipped, // could not be tried, because of another check that says so
     Warning, // works, but not as people expect
@@ -16,19 +16,19 @@ enum class Status {
 struct Check {
     std::string id;    // stays the same from version to version: for programs
     std::string title; // for people
-    Status status = Status::Skipped;
+    Verdict verdict = Verdict::Skipped;
     std::string result; // what was found
     std::string advice; // what to do; empty when all is well
 };
 
 // "ok", "skipped", "warning" or "broken".
-const char* nameOf(Status status);
+const char* nameOf(Verdict status);
 
 // The worst of them; Ok for none. A skipped check does not count: what caused it does.
-Status worstOf(const std::vector<Check>& checks);
+Verdict worstOf(const std::vector<Check>& checks);
 
 // 0 all well, 1 warnings, 2 broken.
-int exitStatusOf(Status worst);
+int exitStatusOf(Verdict worst);
 
 // One line per check.
 std::string asText(const std::vector<Check>& checks);

@@ -97,6 +97,7 @@ void checkVersions(Findings& findings, const korrun::Installation& installation)
         parts.push_back(front.front);
         parts.push_back(front.library);
         parts.push_back(front.adapter);
+        parts.push_back(front.vendor);
     }
     std::vector<std::string> others;
     size_t count = 0;
@@ -127,6 +128,7 @@ std::vector<FrontFolder> findFronts(const korrun::Installation& installation) {
         front.front = ifThere(files::path(folder) / "libGL.so.1");
         front.library = ifThere(files::path(folder) / "../libGL_KOR.so");
         front.adapter = ifThere(files::path(folder) / "libkor-sysgl.so");
+        front.vendor = ifThere(files::path(folder) / "../libGLX_kor.so.0");
         const auto elf = readElf(front.front);
         front.bits = elf ? elf->bits : 0;
         fronts.push_back(front);

@@ -15,6 +15,7 @@ struct FrontFolder {
     std::string front;   // paths; empty when it is not there
     std::string library; // libGL_KOR.so
     std::string adapter; // libkor-sysgl.so
+    std::string vendor;  // libGLX_kor.so.0, the other front
 };
 
 std::vector<FrontFolder> findFronts(const korrun::Installation& installation);

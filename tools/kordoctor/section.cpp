@@ -127,7 +127,7 @@ Check& checkOf(std::vector<Check>& checks, const std::string& id) {
         std::find_if(checks.begin(), checks.end(), [&](const Check& c) { return c.id == id; });
     if (found != checks.end())
         return *found;
-    checks.push_back({id, id, Status::Skipped, "", ""});
+    checks.push_back({id, id, Verdict::Skipped, "", ""});
     return checks.back();
 }
 
@@ -149,10 +149,10 @@ std::string applyRecords(const std::string& text, std::vector<Check>& checks, Fa
                 check.title = fields[2];
         } else {
             Check& check = checkOf(checks, current);
-            check.status = fields[0] == "ok"        ? Status::Ok
-                           : fields[0] == "skipped" ? Status::Skipped
-                           : fields[0] == "warning" ? Status::Warning
-                                                    : Status::Broken;
+            check.verdict = fields[0] == "ok"        ? Verdict::Ok
+                            : fields[0] == "skipped" ? Verdict::Skipped
+                            : fields[0] == "warning" ? Verdict::Warning
+                                                     : Verdict::Broken;
             check.result = fields[1];
             check.advice = fields[2];
             open = false;
@@ -196,7 +196,7 @@ void Findings::fact(const std::string& name, const std::string& value) {
 std::vector<Check> runSection(const Section& section, Facts& facts) {
     std::vector<Check> checks;
     for (const Section::Announced& announced : section.checks)
-        checks.push_back({announced.id, announced.title, Status::Skipped, "", ""});
+        checks.push_back({announced.id, announced.title, Verdict::Skipped, "", ""});
 
     Outcome outcome;
     if (section.patience.count() > 0) {
@@ -210,15 +210,15 @@ std::vector<Check> runSection(const Section& section, Facts& facts) {
         const std::string said = oneLine(outcome.said);
         // The one that was begun, or, before the first, the first.
         Check& check = open.empty() && !checks.empty() ? checks.front() : checkOf(checks, open);
-        check.status = Status::Broken;
+        check.verdict = Verdict::Broken;
         check.result = *outcome.lost + (said.empty() ? "" : "; it said: " + said.substr(0, 400));
         check.advice = section.adviceWhenLost;
     }
     const auto cause = std::find_if(checks.begin(), checks.end(), [](const Check& check) {
-        return check.status == Status::Broken;
+        return check.verdict == Verdict::Broken;
     });
     for (Check& check : checks)
-        if (check.status == Status::Skipped && check.result.empty())
+        if (check.verdict == Verdict::Skipped && check.result.empty())
             check.result =
                 cause == checks.end() ? "not tried" : "not tried: see \"" + cause->title + "\"";
     return checks;
