@@ -18,6 +18,7 @@ constexpr int localConnection = 1;
 constexpr int copybackConnection = 2;
 
 void (*adapterLocalDisplay)(Display*) = nullptr;
+void (*beforeCopyback)() = nullptr;
 
 /// The name of the display that the application works on: the first one that the library opened a
 /// connection of its own to. Never freed.
@@ -48,8 +49,10 @@ Display* onApplicationDisplay(Display* display) {
 }
 
 Display* onConnection(Display* display, int role) {
-    if (role == copybackConnection)
+    if (role == copybackConnection) {
+        beforeCopyback();
         display = onApplicationDisplay(display);
+    }
     if (display == nullptr)
         return nullptr;
     if (role == secondaryConnection)
@@ -63,7 +66,8 @@ Display* onConnection(Display* display, int role) {
 
 } // namespace
 
-void prepareConnections(void* korLibrary, void* adapter) {
+void prepareConnections(void* korLibrary, void* adapter, void (*copybackBegins)()) {
+    beforeCopyback = copybackBegins;
     if (adapter != nullptr)
         adapterLocalDisplay =
             reinterpret_cast<void (*)(Display*)>(dlsym(adapter, "kor_adapter_local_display"));

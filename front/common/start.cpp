@@ -27,6 +27,7 @@ pthread_mutex_t startMutex = PTHREAD_MUTEX_INITIALIZER;
 
 pid_t startedBy = 0;
 void (*korFini)() = nullptr;
+std::atomic<bool> stopWanted{false};
 
 bool startsHere() {
     return startingThread.load(std::memory_order_relaxed) == pthread_self();
@@ -39,8 +40,16 @@ template <typename Function> Function* find(void* library, const char* name) {
 void stopAtExit() {
     // A child that was forked after the start inherits this handler, but neither the library's
     // threads nor a right to its connections.
-    if (getpid() == startedBy)
+    if (getpid() == startedBy && stopWanted.exchange(false))
         korFini();
+}
+
+/// Contexts have been made when the copyback thread begins, and Mesa has registered a handler that
+/// frees its tables. What takes time at the exit must come before it, since other threads may still
+/// render.
+void stopAheadOfDriver() {
+    if (stopWanted)
+        atexit(stopAtExit); // the latest one runs first
 }
 
 void startOnce() {
@@ -123,7 +132,7 @@ bool claimKor(const KorLibrary& library) {
 }
 
 void startKor(const KorLibrary& library, void* driver) {
-    prepareConnections(library.handle, opened.adapter);
+    prepareConnections(library.handle, opened.adapter, stopAheadOfDriver);
     library.init(driver);
     startedBy = getpid();
     // Not before: what calls GL during the start goes to the system.
@@ -132,8 +141,10 @@ void startKor(const KorLibrary& library, void* driver) {
     // A handler, not a destructor: it runs before the destructors of anything that was loaded
     // earlier, the library's own included.
     auto* setting = find<int(const char*)>(opened.kor, "kor_wrapper_setting");
-    if (setting == nullptr || setting("cleanup-atexit") != 0)
+    if (setting == nullptr || setting("cleanup-atexit") != 0) {
+        stopWanted = true;
         atexit(stopAtExit);
+    }
 }
 
 } // namespace kor::front
