@@ -60,7 +60,7 @@ inline std::vector<ClientCase> clientCases() {
         {.name = "WindowDestroyedWhileCurrentWithHandler",
          .command = {"lifetime_client", "current", "handler"}},
         {.name = "EndFromMain", .command = {"exit_client", "main"}},
-        {.name = "EndFromThread", .command = {"exit_client", "thread"}},
+        {.name = "EndWithThread", .command = {"exit_client", "thread"}},
         {.name = "DisplayClosedAndReopened", .command = {"exit_client", "reopen"}},
         {.name = "UnmapAndMap", .command = {"visibility_client", "map"}},
         {.name = "PartlyObscured", .command = {"visibility_client", "partly"}},
