@@ -72,22 +72,6 @@ class Creation {
     LocalVisualInfo* visual_ = nullptr;
 };
 
-GLXContext createNewContext(const char* function, Display* dpy, GLXFBConfig config, int renderType,
-                            GLXContext share, Bool direct) {
-    Creation creation(function, dpy, direct);
-    if (!creation.setUp() || !creation.findVisual(config))
-        return nullptr;
-    if (creation.forcesBest()) {
-        config = creation.visual().chosenFbconfig();
-        renderType = GLX_RGBA_TYPE;
-        KOR_LOG_AT("KORGL", kor::LogDebug, "DEBUG", function, false,
-                   "forcing fbconfig %x, render type %d", handleText(config), renderType);
-    }
-    return creation.finish(
-        callLocal(system_glXCreateNewContext, creation.local(), config, renderType, share, True),
-        config);
-}
-
 /// The application's list with the debug flag appended. The words are counted one by one up to the
 /// first zero, values included: what follows a zero value is dropped, which is kept on purpose.
 std::vector<int> withDebugFlag(const int* attribs) {
@@ -120,13 +104,23 @@ GLXContext kor_glXCreateContext(Display* dpy, XVisualInfo* vis, GLXContext share
 GLXContext kor_glXCreateNewContext(Display* dpy, GLXFBConfig config, int renderType,
                                    GLXContext shareList, Bool direct) {
     KOR_DEBUG("fbconfig %x, render type %d", handleText(config), renderType);
-    return createNewContext(__PRETTY_FUNCTION__, dpy, config, renderType, shareList, direct);
+    Creation creation(__PRETTY_FUNCTION__, dpy, direct);
+    if (!creation.setUp() || !creation.findVisual(config))
+        return nullptr;
+    if (creation.forcesBest()) {
+        config = creation.visual().chosenFbconfig();
+        renderType = GLX_RGBA_TYPE;
+        KOR_DEBUG("forcing fbconfig %x, render type %d", handleText(config), renderType);
+    }
+    return creation.finish(callLocal(system_glXCreateNewContext, creation.local(), config,
+                                     renderType, shareList, True),
+                           config);
 }
 
 GLXContext kor_glXCreateContextWithConfigSGIX(Display* dpy, GLXFBConfigSGIX config, int renderType,
                                               GLXContext shareList, Bool direct) {
     KOR_DEBUG("START");
-    return createNewContext(__PRETTY_FUNCTION__, dpy, config, renderType, shareList, direct);
+    return kor_glXCreateNewContext(dpy, config, renderType, shareList, direct);
 }
 
 GLXContext kor_glXCreateContextAttribsARB(Display* dpy, GLXFBConfig config, GLXContext shareContext,
