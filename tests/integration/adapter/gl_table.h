@@ -45,7 +45,11 @@ namespace kor::test {
     X(glGenTextures)                                                                               \
     X(glBindTexture)                                                                               \
     X(glTexImage2D)                                                                                \
-    X(glFramebufferTexture2D)
+    X(glFramebufferTexture2D)                                                                      \
+    X(glGenQueries)                                                                                \
+    X(glBeginQuery)                                                                                \
+    X(glEndQuery)                                                                                  \
+    X(glGetQueryObjectiv)
 // ... and what only the tests call, from the system.
 #define KOR_TABLE_SYSTEM(X)                                                                        \
     X(glScissor)                                                                                   \
