@@ -11,14 +11,27 @@ namespace {
 
 constexpr const char* extensionName = "KOR-V1";
 
-// Null until the first; never freed, it lasts as long as this library.
-std::atomic<char*> firstName{nullptr};
+// The name of the first display that we serve. In memory of the library's own, so that nothing is
+// left behind when it is unloaded; names are far shorter.
+char firstName[1024];
+enum NameState { NoName, NameBeingWritten, NameKnown };
+std::atomic<int> nameState{NoName};
+
+void noteName(const char* name) {
+    int none = NoName;
+    if (strlen(name) >= sizeof firstName ||
+        !nameState.compare_exchange_strong(none, NameBeingWritten))
+        return;
+    strcpy(firstName, name);
+    nameState.store(NameKnown, std::memory_order_release);
+}
 
 std::string askServer(void* korLibrary) {
     const auto getGLDisplay = reinterpret_cast<Bool (*)(Display*, XExtCodes*, char**)>(
         dlsym(korLibrary, "XKorExtGetGLDisplay"));
-    const char* name = firstName.load();
-    Display* display = getGLDisplay == nullptr || name == nullptr ? nullptr : XOpenDisplay(name);
+    Display* display = nullptr;
+    if (getGLDisplay != nullptr && nameState.load(std::memory_order_acquire) == NameKnown)
+        display = XOpenDisplay(firstName);
     if (display == nullptr)
         return "";
     std::string answer;
@@ -39,12 +52,7 @@ bool isAppDisplay(Display* display) {
     int error = 0;
     if (!XQueryExtension(display, extensionName, &opcode, &event, &error))
         return false;
-    if (firstName.load() == nullptr) {
-        char* name = strdup(DisplayString(display));
-        char* none = nullptr;
-        if (!firstName.compare_exchange_strong(none, name))
-            free(name);
-    }
+    noteName(DisplayString(display));
     return true;
 }
 

@@ -47,7 +47,16 @@ void fail(const std::string& what) {
 }
 
 Drawing::Drawing(const Functions& functions, const char* display)
-    : gl_(functions), display_(XOpenDisplay(display)) {
+    : gl_(functions), display_(XOpenDisplay(display)), ownsDisplay_(true) {
+    openWindow();
+}
+
+Drawing::Drawing(const Functions& functions, Display* display)
+    : gl_(functions), display_(display), ownsDisplay_(false) {
+    openWindow();
+}
+
+void Drawing::openWindow() {
     require(display_ != nullptr, "no display");
     int wanted[] = {
         GLX_RGBA, GLX_DOUBLEBUFFER, GLX_RED_SIZE, 8, GLX_GREEN_SIZE, 8, GLX_BLUE_SIZE, 8, None};
@@ -72,7 +81,9 @@ Drawing::~Drawing() {
     release();
     gl_.glXDestroyContext(display_, context_);
     XFree(visual_);
-    XCloseDisplay(display_);
+    XDestroyWindow(display_, window_);
+    if (ownsDisplay_)
+        XCloseDisplay(display_);
 }
 
 void Drawing::draw(int frame) {
@@ -106,7 +117,7 @@ void Drawing::release() {
 }
 
 int drawAndCheck(const Functions& functions) {
-    Drawing drawing(functions, nullptr);
+    Drawing drawing(functions, static_cast<const char*>(nullptr));
     for (int frame = 0; frame < 4; ++frame)
         drawing.draw(frame);
     drawing.requireShown();

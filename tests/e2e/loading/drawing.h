@@ -12,8 +12,10 @@ namespace kor::loading {
 // and says what it was.
 class Drawing {
   public:
-    // Opens the display of that name (null: $DISPLAY) and a window on it.
+    // Opens the display of that name (a null name: $DISPLAY) and a window on it.
     Drawing(const Functions& functions, const char* display);
+    // A window on a display that stays the caller's.
+    Drawing(const Functions& functions, Display* display);
     Drawing(const Drawing&) = delete;
     Drawing& operator=(const Drawing&) = delete;
     ~Drawing();
@@ -32,8 +34,11 @@ class Drawing {
     const XVisualInfo& visual() const { return *visual_; }
 
   private:
-    const Functions& gl_;
+    void openWindow();
+
+    const Functions gl_;
     Display* display_;
+    bool ownsDisplay_;
     XVisualInfo* visual_ = nullptr;
     Window window_ = None;
     GLXContext context_ = nullptr;

@@ -1,7 +1,7 @@
 // The few functions that a picture takes, however a program came by them.
 #pragma once
 
-#define GL_GLEXT_PROTOTYPES
+// None for GL: a program here has functions of its own by those names.
 #define GLX_GLXEXT_PROTOTYPES
 #include <GL/gl.h>
 #include <GL/glx.h>

@@ -89,6 +89,55 @@ INSTANTIATE_TEST_SUITE_P(Ways, VendorLoading, testing::ValuesIn(loadings()), loa
 INSTANTIATE_TEST_SUITE_P(Ways, ClassicLoading, testing::ValuesIn(classicLoadings()), loadingName);
 INSTANTIATE_TEST_SUITE_P(Ways, BothLoading, testing::ValuesIn(loadings()), loadingName);
 
+/// The fronts in processes that do more than draw.
+class Lifetime : public testing::TestWithParam<Road> {
+  protected:
+    void expectAllIsWell(const std::vector<std::string>& command) const {
+        const Session session(GetParam());
+        expectPassed(runCommand(program(session, command), kTime));
+    }
+    // Nothing of ours is to be started by it.
+    void expectNothingHappens(const std::vector<std::string>& command) const {
+        const Session session(GetParam());
+        const test::CommandResult result = runCommand(program(session, command), kTime);
+        EXPECT_EQ(result.status, 0) << summary(result);
+        EXPECT_FALSE(usedLibrary(result)) << summary(result);
+    }
+};
+
+TEST_P(Lifetime, ClosedAndOpenedAThousandTimes) {
+    expectAllIsWell({"process_client", "cycles", "libGL.so.1"});
+}
+
+TEST_P(Lifetime, ClosedUnusedAThousandTimes) {
+    expectNothingHappens({"process_client", "unused", "libGL.so.1"});
+}
+
+TEST_P(Lifetime, ForksBeforeItsFirstCall) {
+    expectAllIsWell({"process_client", "fork-before", "libGL.so.1"});
+}
+
+TEST_P(Lifetime, ForksBetweenFrames) {
+    expectAllIsWell({"process_client", "fork-after", "libGL.so.1"});
+}
+
+TEST_P(Lifetime, TheApplicationHasFunctionsOfTheSameNames) {
+    expectAllIsWell({"collisions_client"});
+}
+
+INSTANTIATE_TEST_SUITE_P(Fronts, Lifetime, testing::Values(Road::Library, Road::Vendor),
+                         [](const auto& road) {
+                             return road.param == Road::Library ? "Classic" : "Vendor";
+                         });
+
+TEST(Idle, WhoOnlyAsksForGlxPaysNothing) {
+    const Session session(Road::Vendor);
+    const test::CommandResult result =
+        runCommand(program(session, {"process_client", "idle", "libGL.so.1"}), kTime);
+    EXPECT_EQ(result.status, 0) << summary(result);
+    EXPECT_FALSE(usedLibrary(result)) << summary(result);
+}
+
 /// A second display beside the session's, as any X server is.
 class TwoDisplays : public testing::Test {
   protected:
