@@ -26,7 +26,16 @@ bool useVendors(void* adapter, void* korLibrary, bool trusted) {
     const KorAdapterVendors vendors = {handles.exports, handles.vendor, localDisplay.c_str(),
                                        forcedVendor("KOR_FRONT_LOCAL_VENDOR", trusted),
                                        forcedVendor("KOR_FRONT_APP_VENDOR", trusted)};
-    return init != nullptr && init(&vendors);
+    if (init == nullptr || !init(&vendors))
+        return false;
+    const auto find = reinterpret_cast<decltype(&kor_adapter_driver_function)>(
+        dlsym(adapter, "kor_adapter_driver_function"));
+    if (find == nullptr || find("glXSwapBuffers") == nullptr)
+        report("no vendor's GL library is to be had for the local display, %s%s%s. OpenGL does "
+               "nothing in this process.",
+               localDisplay.c_str(), vendors.localVendor == nullptr ? "" : "; wanted: ",
+               vendors.localVendor == nullptr ? "" : vendors.localVendor);
+    return true;
 }
 
 } // namespace

@@ -26,6 +26,9 @@ class Session {
     // ":N", the display that the clients see.
     const std::string& display() const { return m_application.name(); }
 
+    // The display that renders; there is none on Road::System.
+    const std::string& local() const { return m_local->name(); }
+
     // What a program needs to run here. `environment` holds further NAME=VALUE entries.
     test::Command command(const std::vector<std::string>& arguments,
                           const std::vector<std::string>& environment = {}) const;

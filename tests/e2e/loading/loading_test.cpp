@@ -5,6 +5,9 @@
 #include "session.h"
 
 #include <algorithm>
+#include <filesystem>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace kor::e2e {
 namespace {
@@ -81,6 +84,18 @@ TEST_P(BothLoading, ShowsThePicture) {
     expectPassed(runCommand(program(session, GetParam().command), kTime));
 }
 
+/// A group of this process's user that is not its first; that one where there is no other.
+gid_t otherGroup() {
+    if (geteuid() == 0)
+        return 65534;
+    std::vector<gid_t> groups(256);
+    const int count = getgroups(static_cast<int>(groups.size()), groups.data());
+    for (int i = 0; i < count; ++i)
+        if (groups[static_cast<size_t>(i)] != getegid())
+            return groups[static_cast<size_t>(i)];
+    return getegid();
+}
+
 std::string loadingName(const testing::TestParamInfo<Loading>& info) {
     return info.param.name;
 }
@@ -136,6 +151,93 @@ TEST(Idle, WhoOnlyAsksForGlxPaysNothing) {
         runCommand(program(session, {"process_client", "idle", "libGL.so.1"}), kTime);
     EXPECT_EQ(result.status, 0) << summary(result);
     EXPECT_FALSE(usedLibrary(result)) << summary(result);
+}
+
+/// Two displays whose drivers are two vendors': "kortest" says what it is asked.
+class TwoVendors : public testing::Test {
+  protected:
+    test::CommandResult run(const std::string& variable, const std::string& vendor) const {
+        test::Command command = program(session, {"linked_gl_client"});
+        command.environment[variable] = vendor;
+        command.environment["LD_LIBRARY_PATH"] =
+            *command.environment["LD_LIBRARY_PATH"] + ":" KOR_LOADING_VENDORS;
+        return runCommand(command, kTime);
+    }
+    static bool wasAsked(const test::CommandResult& result, const std::string& function,
+                         const std::string& display) {
+        return result.errors.find("other vendor: " + function + " " + display + "\n") !=
+               std::string::npos;
+    }
+    Session session{Road::Vendor};
+};
+
+TEST_F(TwoVendors, TheApplicationsDisplayHasItsOwn) {
+    const test::CommandResult result = run("KOR_FRONT_APP_VENDOR", "kortest");
+    expectPassed(result);
+    EXPECT_TRUE(wasAsked(result, "glXGetConfig", session.display()));
+    EXPECT_TRUE(wasAsked(result, "glXChooseFBConfig", session.display()));
+    for (const char* const function :
+         {"glXGetConfig", "glXChooseFBConfig", "glXGetFBConfigAttrib", "glXCreatePbuffer"})
+        EXPECT_FALSE(wasAsked(result, function, session.local())) << function;
+}
+
+TEST_F(TwoVendors, TheLocalDisplayHasItsOwn) {
+    const test::CommandResult result = run("KOR_FRONT_LOCAL_VENDOR", "kortest");
+    expectPassed(result);
+    EXPECT_TRUE(wasAsked(result, "glXChooseFBConfig", session.local()));
+    EXPECT_TRUE(wasAsked(result, "glXCreatePbuffer", session.local()));
+    for (const char* const function :
+         {"glXGetConfig", "glXChooseFBConfig", "glXGetFBConfigAttrib", "glXCreatePbuffer"})
+        EXPECT_FALSE(wasAsked(result, function, session.display())) << function;
+}
+
+TEST_F(TwoVendors, OneThatIsNotThereServesNothing) {
+    const test::CommandResult result = run("KOR_FRONT_LOCAL_VENDOR", "nobody");
+    EXPECT_EQ(result.status, 1) << summary(result); // the client's own complaint
+    EXPECT_NE(result.errors.find("no visual"), std::string::npos) << summary(result);
+    EXPECT_NE(result.errors.find("KOR-GL: no vendor's GL library is to be had"), std::string::npos)
+        << summary(result);
+}
+
+/// A program that runs with the rights of a group which its user lacks. What its environment says
+/// must neither decide what is loaded nor where it writes.
+TEST(RaisedPrivileges, TheEnvironmentDecidesNothing) {
+    namespace fs = std::filesystem;
+    const gid_t group = otherGroup();
+    if (group == getegid())
+        GTEST_SKIP() << "this user has no second group to make a set-group-id program of";
+    char path[] = "/tmp/kor-secure-XXXXXX";
+    ASSERT_NE(mkdtemp(path), nullptr);
+    const fs::path folder = path;
+    const fs::path client = folder / "client";
+    fs::copy_file(KOR_LOADING_BIN_DIR "/secure_client", client);
+    ASSERT_EQ(chown(client.c_str(), static_cast<uid_t>(-1), group), 0);
+    ASSERT_EQ(chmod(client.c_str(), 02755), 0);
+    ASSERT_EQ(chmod(path, 0755), 0);
+
+    test::XServer::Options options;
+    options.kind = test::XServer::Kind::Xvfb;
+    const test::XServer local(options);
+    options.kind = test::XServer::Kind::Xkor;
+    options.glDisplay = local.name();
+    const test::XServer application(options);
+
+    test::Command command;
+    command.arguments = {client, "secure"};
+    command.environment = {{"DISPLAY", application.name()},
+                           {"KOR_GL_DISPLAY", ":65000"},
+                           {"KOR_GL_LOG_DIR", folder},
+                           {"KOR_GL_LOG_LEVEL", "debug"},
+                           {"KOR_FRONT_LIBRARY", "/nowhere/libGL_KOR.so"},
+                           {"KOR_FRONT_LOCAL_VENDOR", "nobody"},
+                           {"KOR_FRONT_APP_VENDOR", "nobody"}};
+    const test::CommandResult result = runCommand(command, kTime);
+    EXPECT_EQ(result.status, 0) << summary(result);
+    EXPECT_NE(result.output.find("raised privileges: yes, library: yes"), std::string::npos)
+        << summary(result);
+    const auto entries = std::distance(fs::directory_iterator(folder), fs::directory_iterator());
+    EXPECT_EQ(entries, 1) << "there is a log";
+    fs::remove_all(folder);
 }
 
 /// A second display beside the session's, as any X server is.
