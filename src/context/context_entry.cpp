@@ -21,6 +21,8 @@ void kor_glXDestroyContext(Display* dpy, GLXContext ctx) {
         KOR_DEBUG("no local display");
         return;
     }
+    // The last record of a display may take the connection with it, which is needed to the end.
+    const kor::gl::LocalDisplayHold hold(getTSD()->appDisplay);
     std::unique_ptr<ContextInfo> removed; // deleted outside the lock
     {
         const Lock lock(kor::gl::getContextMutex());

@@ -23,6 +23,25 @@ Display* _getLocalDisplay(kor::gl::TSD* tsd);
 /// Held around every Xlib and GLX call on a local connection, for that call only.
 kor::Mutex& getLocalDisplayMutex();
 
+namespace kor::gl {
+
+/// Keeps the local connection of an application display open for the object's life, whatever the
+/// calling thread deletes meanwhile, and closes it at the end when nothing uses it any more. For
+/// whoever deletes records and still has a call to make on the connection.
+class LocalDisplayHold {
+  public:
+    explicit LocalDisplayHold(Display* appDpy);
+    ~LocalDisplayHold();
+    LocalDisplayHold(const LocalDisplayHold&) = delete;
+    LocalDisplayHold& operator=(const LocalDisplayHold&) = delete;
+
+  private:
+    Display* outer_;
+    Display* held_;
+};
+
+} // namespace kor::gl
+
 /// True when both connections lead to the same X server and screen, as far as their names tell.
 bool korIsSameXDisplay(Display* a, Display* b);
 

@@ -110,8 +110,19 @@ Display* _getLocalDisplay(TSD* tsd) {
     return local;
 }
 
+static thread_local Display* heldDisplay = nullptr;
+
+kor::gl::LocalDisplayHold::LocalDisplayHold(Display* appDpy) : outer_(heldDisplay), held_(appDpy) {
+    heldDisplay = appDpy;
+}
+
+kor::gl::LocalDisplayHold::~LocalDisplayHold() {
+    heldDisplay = outer_;
+    _unsetLocalDisplay(held_);
+}
+
 void _unsetLocalDisplay(Display* appDpy) {
-    if (!kor::conf::settings().unsetLocalDisplay || appDpy == nullptr)
+    if (!kor::conf::settings().unsetLocalDisplay || appDpy == nullptr || appDpy == heldDisplay)
         return;
     Display* local = displayMap().find(appDpy);
     if (local == nullptr)
