@@ -5,6 +5,7 @@
 #include <X11/Xlib.h>
 #include <cerrno>
 #include <csignal>
+#include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -52,6 +53,9 @@ DisplayState probeDisplay(const std::string& name) {
         return DisplayState::NoAnswer;
     if (child == 0) {
         answer.readEnd.close();
+        // Xlib has words of its own for a display that is not ours; what is found is told
+        // elsewhere.
+        dup2(open("/dev/null", O_WRONLY | O_CLOEXEC), STDERR_FILENO);
         const char letter = static_cast<char>('0' + static_cast<int>(look(name)));
         writeText(answer.writeEnd.get(), std::string(1, letter) + "\n");
         _exit(0);

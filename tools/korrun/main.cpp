@@ -1,7 +1,7 @@
 #include "command.h"
-#include "display_probe.h"
 #include "environment.h"
 #include "failure.h"
+#include "gl_display.h"
 #include "installation.h"
 #include "options.h"
 #include "screenshot.h"
@@ -21,8 +21,6 @@ using namespace korrun;
 
 namespace {
 
-constexpr const char* usualGpuDisplay = ":0.0";
-
 void say(const std::string& message) {
     std::fprintf(stderr, "korrun: %s\n", message.c_str());
 }
@@ -30,30 +28,6 @@ void say(const std::string& message) {
 std::string variable(const char* name) {
     const char* value = std::getenv(name);
     return value ? value : "";
-}
-
-// The GPU's display for a session; empty when the session has to bring its own.
-std::string chooseGlDisplay(const Options& options) {
-    if (options.glDisplay) {
-        const DisplayState state = probeDisplay(*options.glDisplay);
-        if (!isUsable(state))
-            throw Failure(StatusMissing,
-                          "display " + *options.glDisplay + " " + describe(state) +
-                              ": start an X server with GLX there and see that you may use it "
-                              "(xauth, xhost), or leave --gl-display out to render in software");
-        return *options.glDisplay;
-    }
-    const std::string named = variable("KOR_GL_DISPLAY");
-    std::string name = named.empty() ? usualGpuDisplay : named;
-    const DisplayState state = probeDisplay(name);
-    // A display that nobody named may be anybody's; it is used only for its GPU.
-    if (named.empty() ? state == DisplayState::DrivesGpu : isUsable(state))
-        return name;
-    // Whoever named a display wants to know that it is not used.
-    if (options.verbose || !named.empty())
-        say("display " + name + (named.empty() ? " " : " of KOR_GL_DISPLAY ") + describe(state) +
-            ": rendering in software on a private display");
-    return "";
 }
 
 std::unique_ptr<Session> startSession(const Options& options, const Installation& installation) {
@@ -65,7 +39,7 @@ std::unique_ptr<Session> startSession(const Options& options, const Installation
                                          installation.korrun +
                                          ": build it (cmake --build --preset release) or install "
                                          "its package");
-    plan.glDisplay = chooseGlDisplay(options);
+    plan.glDisplay = chooseGlDisplay(options.glDisplay, options.verbose, say);
     if (plan.glDisplay.empty()) {
         plan.xvfb = findProgram("Xvfb");
         if (plan.xvfb.empty())

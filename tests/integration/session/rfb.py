@@ -32,7 +32,8 @@ class Client:
             raise RfbError(self.reason())
         self.security_types = list(self.read(count))
         self.width = self.height = None
-        self.pixels = {}
+        self.pixels = {}  # rows of four bytes a pixel
+        self.asked = self.painted = False
         self.layout = []
         self.resize_status = None
         if security not in self.security_types:
@@ -95,29 +96,36 @@ class Client:
     def rectangle(self):
         x, y, width, height, encoding = struct.unpack(">HHHHi", self.read(12))
         if encoding == RAW:
+            self.painted = True
             data = self.read(width * height * 4)
             for row in range(height):
                 line = self.pixels.setdefault(y + row, bytearray(self.width * 4))
                 line[x * 4:(x + width) * 4] = data[row * width * 4:(row + 1) * width * 4]
         elif encoding == DESKTOP_SIZE:
-            self.width, self.height = width, height
+            self.take_size(width, height)
         elif encoding == EXTENDED_DESKTOP_SIZE:
             (screens,) = struct.unpack(">B3x", self.read(4))
             self.layout = [struct.unpack(">IHHHHI", self.read(16)) for _ in range(screens)]
             if x == 1:  # an answer to this client's own request; y says how it went
                 self.resize_status = y
             if y == 0:
-                self.width, self.height = width, height
+                self.take_size(width, height)
         else:
             raise RfbError(f"unexpected encoding {encoding}")
 
+    def take_size(self, width, height):
+        if (width, height) != (self.width, self.height):
+            self.width, self.height = width, height
+            self.pixels = {}
+
     def picture(self):
-        """Fetches the whole picture; what is already known is forgotten."""
-        self.pixels = {}
+        """Brings self.pixels up to date: the first time all of the screen, then what changes; waits
+        for something to change."""
         # The server answers the first request with the desktop's size alone.
-        self.request_update(incremental=0)
-        while not self.pixels:
-            if self.receive():
+        self.request_update(incremental=int(self.asked))
+        self.asked, self.painted = True, False
+        while not self.painted:
+            if self.receive() and not self.painted:
                 self.request_update(incremental=1)
 
     def pixel(self, x, y):

@@ -1,0 +1,372 @@
+#!/usr/bin/env python3
+"""Whole sessions: started, listed, stopped, crashed, and nothing left of them."""
+import os
+import pathlib
+import re
+import signal
+import shutil
+import subprocess
+import unittest
+import urllib.request
+
+import rfb
+from xkor import BIN, TestCase, free_port, listens, processes_naming, wait_until
+
+LINE = re.compile(r"session (:\d+): open (\S+) \(VNC viewer: 127\.0\.0\.1::(\d+); "
+                  r"(?:command: (.*); )?logs: (.*)\)\n")
+
+
+def identity_of(path):
+    """Tells a file from a later one of the same name: others take a number as soon as it is free."""
+    try:
+        status = os.stat(path)
+        return status.st_ino, status.st_ctime_ns
+    except FileNotFoundError:
+        return None
+
+
+class Started:
+    def __init__(self, line):
+        found = LINE.fullmatch(line)
+        if not found:
+            raise AssertionError(f"not what start says: {line!r}")
+        self.display, self.page, port, _, logs = found.groups()
+        self.port = int(port)
+        self.logs = pathlib.Path(logs)
+        self.number = self.display[1:]
+        self.socket = identity_of(f"/tmp/.X11-unix/X{self.number}")
+
+
+class SessionTest(TestCase):
+    def setUp(self):
+        super().setUp()
+        self.sessions = self.folder / "sessions"
+        self.environment["KOR_SESSION_DIR"] = str(self.sessions)
+        # Runs before what is left over is killed.
+        self.addCleanup(self.korsession, "stop", "--all")
+
+    def korsession(self, *arguments, environment=None):
+        return self.run_program(BIN / "korsession", *arguments, environment=environment,
+                                timeout=120)
+
+    def start_session(self, *arguments, environment=None):
+        result = self.korsession("start", *arguments, environment=environment)
+        self.assertEqual((result.returncode, result.stderr), (0, ""))
+        return Started(result.stdout)
+
+    def stop_session(self, *arguments):
+        result = self.korsession("stop", *arguments)
+        self.assertEqual((result.returncode, result.stderr), (0, ""))
+        return result.stdout
+
+    def remains(self, session):
+        found = processes_naming(str(self.folder))
+        found += [str(path) for path in self.sessions.iterdir()]
+        if session.socket and identity_of(f"/tmp/.X11-unix/X{session.number}") == session.socket:
+            found.append(f"/tmp/.X11-unix/X{session.number}")
+        return found
+
+    def keepers(self, session):
+        """Process numbers of the outer and the inner one."""
+        outer = int(next(self.sessions.iterdir()).joinpath("keeper").read_text())
+        children = pathlib.Path(f"/proc/{outer}/task/{outer}/children").read_text().split()
+        self.assertEqual(len(children), 1)
+        return outer, int(children[0])
+
+
+class Life(SessionTest):
+    def test_start_list_stop(self):
+        session = self.start_session("--size", "800x600", "xev", "-root")
+        listed = self.korsession("list")
+        self.assertEqual(listed.returncode, 0)
+        again = LINE.fullmatch(listed.stdout)
+        self.assertIsNotNone(again, listed.stdout)
+        self.assertEqual(again.group(1, 2, 4), (session.display, session.page, "/usr/bin/xev -root"))
+        with urllib.request.urlopen(session.page.split("#")[0], timeout=20) as answer:
+            self.assertEqual(answer.status, 200)
+        with self.assertRaisesRegex(rfb.RfbError, "security types"):
+            rfb.Client(session.port)  # without the password nobody gets in
+        self.assertEqual(self.stop_session(), f"session {session.display} has ended\n")
+        self.assertEqual(self.remains(session), [])
+        self.assertEqual(self.korsession("list").stdout, "")
+        self.assertIn("asked to end", (session.logs / "korsession.log").read_text())
+
+    def test_password_is_the_sessions_own_and_nobody_elses_to_read(self):
+        session = self.start_session("sleep", "600")
+        password = re.search(r"#password=([\w-]{8})$", session.page).group(1)
+        other = self.start_session("sleep", "600")
+        self.assertNotIn(password, other.page)
+        for path in [self.sessions, *self.sessions.iterdir()]:
+            self.assertEqual(path.stat().st_mode & 0o077, 0, path)
+
+    def test_programs_render_through_the_library(self):
+        output = self.folder / "glxinfo"
+        session = self.start_session("sh", "-c", f"glxinfo -B > {output} 2>&1; sleep 600",
+                                     environment={"KOR_GL_PRINT_VERSION": "1"})
+        self.assertTrue(wait_until(lambda: output.exists() and "renderer" in output.read_text()))
+        self.assertIn("TESSERA KOR-GL", output.read_text())
+        self.assertIn(f"name of display: {session.display}", output.read_text())
+
+    def test_outlives_the_shell_that_started_it(self):
+        shell = self.start("sh", "-c", f"{BIN}/korsession start sleep 600; sleep 600",
+                           start_new_session=True)
+        self.assertTrue(wait_until(lambda: LINE.fullmatch(shell.written())), shell.complaints())
+        session = Started(shell.written())
+        os.killpg(shell.pid, signal.SIGHUP)
+        os.killpg(shell.pid, signal.SIGKILL)
+        shell.wait(20)
+        self.assertTrue(listens(session.port))
+        self.assertIn(session.display, self.korsession("list").stdout)
+
+    def test_ends_with_its_command(self):
+        session = self.start_session("sh", "-c", "echo a word to the log; sleep 1")
+        self.assertTrue(wait_until(lambda: not self.remains(session)), self.remains(session))
+        self.assertEqual((session.logs / "command.log").read_text(), "a word to the log\n")
+
+    def test_takes_along_what_hides_from_it(self):
+        session = self.start_session(
+            "sh", "-c", "setsid sh -c 'trap \"\" TERM HUP; sleep 601; sleep 602' & "
+                        "(setsid sleep 603 &); sleep 604")
+        self.assertTrue(wait_until(lambda: any("sleep\x00603" in line for line in
+                                               processes_naming(str(self.folder)))))
+        self.stop_session()
+        self.assertEqual(self.remains(session), [])
+
+    def test_several(self):
+        first = self.start_session("sleep", "600")
+        second = self.start_session("--no-web", "--insecure", "sleep", "600")
+        self.assertEqual(second.page, f"127.0.0.1::{second.port}")
+        rfb.Client(second.port).close()
+        unnamed = self.korsession("stop")
+        self.assertEqual(unnamed.returncode, 1)
+        self.assertIn("several sessions", unnamed.stderr)
+        self.stop_session(second.number)
+        self.assertEqual(len(self.korsession("list").stdout.splitlines()), 1)
+        self.assertTrue(listens(first.port))
+        self.start_session("sleep", "600")
+        self.stop_session("--all")
+        self.assertEqual(self.korsession("list").stdout, "")
+        self.assertEqual(processes_naming(str(self.folder)), [])
+
+    def test_chosen_display_and_ports(self):
+        number, vnc, web = 5000 + free_port() % 1000, free_port(), free_port()
+        session = self.start_session("--display", f":{number}", "--vnc", vnc, "--web", web, "--",
+                                     "sleep", "600")
+        self.assertEqual((session.display, session.port), (f":{number}", vnc))
+        self.assertTrue(session.page.startswith(f"http://127.0.0.1:{web}/vnc.html?"))
+
+    def test_desktop_when_no_command_is_given(self):
+        tools = self.folder / "tools"
+        tools.mkdir()
+        for name in ("Xvfb", "vncpasswd", "websockify", "python3", "openbox", "sh"):
+            (tools / name).symlink_to(shutil.which(name, path="/usr/bin:/bin"))
+        environment = {"PATH": str(tools)}
+        session = self.start_session(environment=environment)
+        self.assertIn(f"command: {tools}/openbox;", self.korsession("list").stdout)
+        root = self.run_program("xprop", "-root", "_NET_SUPPORTING_WM_CHECK",
+                                environment=self.client_environment(session))
+        self.assertTrue(wait_until(lambda: "window id" in self.run_program(
+            "xprop", "-root", "_NET_SUPPORTING_WM_CHECK",
+            environment=self.client_environment(session)).stdout), root.stdout)
+        self.stop_session()
+        (tools / "openbox").unlink()
+        result = self.korsession("start", environment=environment)
+        self.expect_failure(result, 3, "no desktop or window manager", program="korsession")
+
+    def client_environment(self, session):
+        authority = next(self.sessions.glob("*/Xauthority"))
+        return {"DISPLAY": session.display, "XAUTHORITY": str(authority)}
+
+    def test_programs_follow_the_viewers_size(self):
+        """A maximized program fills the screen that a viewer has made larger, and then smaller."""
+        (self.folder / "home/openbox").mkdir()
+        (self.folder / "home/openbox/rc.xml").write_text(
+            '<openbox_config xmlns="http://openbox.org/3.4/rc"><applications>'
+            '<application class="*"><decor>no</decor><maximized>yes</maximized></application>'
+            "</applications></openbox_config>\n")
+        program = self.folder / "program"
+        program.write_text("#!/bin/sh\nopenbox &\nsleep 1\nexec glxgears\n")
+        program.chmod(0o755)
+        session = self.start_session("--size", "640x480", "--insecure", program)
+        client = rfb.Client(session.port)
+        self.addCleanup(client.close)
+
+        def extent(colour):
+            """Where the gear begins and ends, as parts of the screen's width."""
+            columns = []
+            for row in range(0, client.height, 4):
+                line = client.pixels.get(row, b"")
+                for x in range(0, len(line) // 4, 4):
+                    channels = line[x * 4 + 2], line[x * 4 + 1], line[x * 4]
+                    others = sum(channels) - channels[colour]
+                    if channels[colour] > 100 and others < channels[colour] / 2:
+                        columns.append(x / client.width)
+            return (min(columns), max(columns)) if columns else (1, 0)
+
+        for width, height in ((900, 900), (1201, 701), (500, 400)):
+            self.assertEqual(client.resize(width, height), 0)
+
+            def gears_fill_the_screen():
+                client.picture()
+                # The program scales its picture to its window's width.
+                begins, ends = extent(1)
+                return 0.5 < begins < 0.62 and 0.72 < ends < 0.9 and extent(0)[0] < 0.15
+            self.assertTrue(wait_until(gears_fill_the_screen, 30),
+                            (width, height, [extent(colour) for colour in range(3)]))
+
+
+class Crash(SessionTest):
+    def started(self):
+        return self.start_session("sh", "-c", "(setsid sleep 603 &); sleep 600")
+
+    def expect_nothing_left(self, session):
+        self.assertTrue(wait_until(lambda: not self.remains(session), 30), self.remains(session))
+        self.assertEqual(self.korsession("list").stdout, "")
+
+    def test_inner_keeper_killed(self):
+        session = self.started()
+        os.kill(self.keepers(session)[1], signal.SIGKILL)
+        self.expect_nothing_left(session)
+
+    def test_outer_keeper_killed(self):
+        session = self.started()
+        os.kill(self.keepers(session)[0], signal.SIGKILL)
+        self.expect_nothing_left(session)
+
+    def test_both_keepers_killed(self):
+        session = self.start_session("sleep", "600")
+        keepers = self.keepers(session)
+        for process in keepers:
+            os.kill(process, signal.SIGSTOP)
+        for process in keepers:
+            os.kill(process, signal.SIGKILL)
+        self.assertTrue(wait_until(lambda: not processes_naming(str(self.folder)), 30),
+                        processes_naming(str(self.folder)))
+        # The folder is removed by whoever looks next.
+        self.assertEqual(self.korsession("list").stdout, "")
+        self.assertEqual(self.remains(session), [])
+        self.assertEqual(self.korsession("stop", session.display).returncode, 1)
+
+    def test_server_killed(self):
+        session = self.started()
+        xorg = [line for line in processes_naming(str(self.folder)) if "/Xorg\x00" in line]
+        os.kill(int(xorg[0].split(":")[0]), signal.SIGKILL)
+        self.expect_nothing_left(session)
+        self.assertIn("Xkor has ended", (session.logs / "korsession.log").read_text())
+
+
+class BadInput(SessionTest):
+    def refused(self, status, part, *arguments, environment=None):
+        with self.subTest(arguments=arguments):
+            result = self.korsession(*arguments, environment=environment)
+            self.expect_failure(result, status, part, program="korsession")
+            self.assertEqual(result.stdout, "")
+            if self.sessions.exists():
+                self.assertEqual(list(self.sessions.iterdir()), [])
+
+    def test_wrong_use(self):
+        for part, arguments in (
+                ("what to do?", ()),
+                ("none of start", ("begin",)),
+                ("unknown option --colour", ("start", "--colour", "sleep", "1")),
+                ("--size wants a value", ("start", "--size")),
+                ("--size takes", ("start", "--size", "800", "sleep", "1")),
+                ("--size takes", ("start", "--size=63x64", "sleep", "1")),
+                ("--size takes", ("start", "--size=7681x64", "sleep", "1")),
+                ("--size takes", ("start", "--size=-800x600", "sleep", "1")),
+                ("--display takes", ("start", "--display", "x", "sleep", "1")),
+                ("missing after --", ("start", "--")),
+                ("empty name", ("start", "")),
+                ("exclude", ("start", "--insecure", "--password", "x", "sleep", "1")),
+                ("loopback only", ("start", "--insecure", "--listen", "all", "sleep", "1")),
+                ("exclude", ("start", "--no-web", "--web", "6080", "sleep", "1")),
+                ("takes no arguments", ("list", ":1")),
+                ("one session at a time", ("stop", ":1", ":2")),
+                ("exclude", ("stop", ":1", "--all")),
+                ("unknown option", ("attach", "--all")),
+        ):
+            self.refused(2, part, *arguments)
+
+    def test_what_is_not_there(self):
+        self.refused(127, "/no/such/program was not found", "start", "/no/such/program")
+        self.refused(3, "display :59 ", "start", "--gl-display", ":59", "sleep", "1")
+        self.refused(1, "no session is running", "stop")
+        self.refused(1, "no session is running", "attach")
+        self.refused(1, "no session runs on :7", "stop", ":7")
+        self.refused(3, "cannot be read: No such file", "start", "--password",
+                     self.folder / "missing", "sleep", "1")
+        self.refused(3, "install the package novnc", "start", "sleep", "1",
+                     environment={"KOR_NOVNC": "/no/such/folder"})
+        self.refused(3, "install the package tigervnc-tools", "start", "/bin/sleep", "1",
+                     environment={"PATH": str(self.tools("Xvfb"))})
+
+    def tools(self, *names):
+        tools = self.folder / "tools"
+        tools.mkdir(exist_ok=True)
+        for name in names:
+            (tools / name).symlink_to(shutil.which(name, path="/usr/bin:/bin"))
+        return tools
+
+    def test_port_taken(self):
+        session = self.start_session("sleep", "600")
+        for option, port in (("--vnc", session.port),
+                             ("--web", re.search(r":(\d+)/vnc", session.page).group(1))):
+            result = self.korsession("start", option, port, "sleep", "600")
+            self.assertEqual(result.returncode, 3)
+            self.assertRegex(result.stderr,
+                             rf"\Akorsession: Xkor: port {port} for .* is in use: [^\n]*\n\Z")
+        taken = self.korsession("start", "--display", session.display, "sleep", "600")
+        self.assertEqual(taken.returncode, 3)
+        self.assertIn(f"display {session.display} is in use", taken.stderr)
+        self.assertEqual(len(self.korsession("list").stdout.splitlines()), 1)
+        self.assertEqual(len(list(self.sessions.iterdir())), 1)
+
+    def test_log_directory_that_cannot_be_used(self):
+        self.refused(3, "log directory /proc/none cannot be made", "start", "--log-dir",
+                     "/proc/none", "sleep", "1")
+        file = self.folder / "file"
+        file.write_text("")
+        self.refused(3, "cannot be made", "start", "--log-dir", file, "sleep", "1")
+        self.refused(3, "cannot be made", "start", "sleep", "1",
+                     environment={"XDG_STATE_HOME": "/proc/none"})
+
+    def test_full_disk(self):
+        small = self.folder / "small"
+        small.mkdir()
+        script = (f"mount -t tmpfs -o size=128k none {small} && "
+                  f"{{ head -c 1000000 /dev/zero > {small}/rest 2>/dev/null; "
+                  f"exec {BIN}/korsession start --log-dir {small}/logs sleep 600; }}")
+        isolation = ["unshare", "--mount"] + ([] if os.geteuid() == 0 else ["--map-root-user"])
+        result = self.run_program(*isolation, "sh", "-c", script)
+        self.expect_failure(result, 3, f"log directory {small}/logs cannot be",
+                            "No space left on device", program="korsession")
+        self.assertEqual(list(self.sessions.iterdir()) if self.sessions.exists() else [], [])
+
+    def test_folder_of_the_sessions_that_others_can_write_to(self):
+        self.sessions.mkdir()
+        self.sessions.chmod(0o777)
+        self.refused(3, "only you can write to", "start", "sleep", "1")
+        self.sessions.chmod(0o700)
+
+
+class Attach(SessionTest):
+    def test_without_a_display_it_says_how(self):
+        session = self.start_session("sleep", "600")
+        result = self.korsession("attach")
+        self.assertEqual((result.returncode, result.stderr), (0, ""))
+        self.assertIn("DISPLAY is not set", result.stdout)
+        self.assertIn(f"ssh -L {session.port}:localhost:{session.port} ", result.stdout)
+
+    def test_viewer_gets_in(self):
+        session = self.start_session("xev", "-root")
+        screen = self.xkor("-geometry", "1400x900")
+        viewer = self.start(BIN / "korsession", "attach", session.display,
+                            environment=screen.client_environment)
+        self.assertTrue(wait_until(lambda: "TigerVNC" in self.run_program(
+            "xwininfo", "-root", "-tree", environment=screen.client_environment).stdout),
+            viewer.complaints())
+        self.assertIsNone(viewer.poll())
+
+
+if __name__ == "__main__":
+    unittest.main()

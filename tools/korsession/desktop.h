@@ -1,0 +1,12 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace korsession {
+
+// The command of the first desktop or window manager that is installed. Throws Failure when none
+// is.
+std::vector<std::string> findDesktop();
+
+} // namespace korsession
