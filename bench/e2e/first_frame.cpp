@@ -25,14 +25,9 @@ namespace {
 constexpr unsigned long colour = 0x33cc66; // what the client clears its window with
 constexpr double patience = 20e6;          // microseconds
 
-const char* const stageNames[] = {"main",
-                                  "XOpenDisplay",
-                                  "glXChooseVisual",
-                                  "glXCreateContext",
-                                  "window on the screen",
-                                  "glXMakeCurrent",
-                                  "glXSwapBuffers",
-                                  "painted"};
+const char* const stageNames[] = {
+    "main",           "XOpenDisplay", "glXChooseVisual", "glXCreateContext", "window on the screen",
+    "glXMakeCurrent", "drawn",        "glXSwapBuffers",  "painted"};
 
 struct Client {
     pid_t process = -1;

@@ -1,6 +1,8 @@
-// A trivial application: one window, one context, one frame. It tells when it has got where (on the
-// clock of CLOCK_MONOTONIC, in microseconds, one line each on standard output), keeps its frame on
-// the screen until its standard input ends, and is linked with libGL as any application is.
+// A trivial application: one window, one context, one frame of one colour with a triangle in a
+// corner, so that the driver has to make its shaders as for any application. It tells when it has
+// got where (on the clock of CLOCK_MONOTONIC, in microseconds, one line each on standard output),
+// keeps its frame on the screen until its standard input ends, and is linked with libGL as any
+// application is.
 
 #include <GL/gl.h>
 #include <GL/glx.h>
@@ -72,6 +74,13 @@ int main() {
     reached("glXMakeCurrent");
     glClearColor(0.2F, 0.8F, 0.4F, 1);
     glClear(GL_COLOR_BUFFER_BIT);
+    glBegin(GL_TRIANGLES);
+    glColor3f(1, 1, 0);
+    glVertex2f(-0.9F, -0.9F);
+    glVertex2f(-0.5F, -0.9F);
+    glVertex2f(-0.9F, -0.5F);
+    glEnd();
+    reached("drawn");
     glXSwapBuffers(display, window);
     reached("glXSwapBuffers");
 
