@@ -2,6 +2,7 @@
 // road costs; entry points that the library takes over show what it does with them.
 
 #include "micro/roads.h"
+#include "support/comparison.h"
 
 #include <benchmark/benchmark.h>
 
@@ -38,9 +39,9 @@ void addCalls(const Road& road) {
 
 int main(int count, char** arguments) {
     benchmark::Initialize(&count, arguments);
-    if (benchmark::ReportUnrecognizedArguments(count, arguments))
-        return 2;
-    static const auto roads = kor::bench::openRoads();
+    if (count != 2)
+        kor::bench::fail("usage: calls classic|vendor [options of Google Benchmark]");
+    static const auto roads = kor::bench::openRoads(arguments[1]);
     for (const auto& road : roads)
         addCalls(*road);
     benchmark::RunSpecifiedBenchmarks();

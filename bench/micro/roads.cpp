@@ -70,17 +70,21 @@ void Road::enter() const {
         fail("the context of road " + name + " cannot be made current");
 }
 
-std::vector<std::unique_ptr<Road>> openRoads() {
+std::vector<std::unique_ptr<Road>> openRoads(const std::string& front) {
+    if (front != "classic" && front != "vendor")
+        fail("there is no front '" + front + "'");
     passOverPutErrors();
     const GlLibrary system = openSystemLibrary();
-    std::vector<std::unique_ptr<Road>> roads;
-    roads.push_back(openWindowRoad("classic", openClassicFront()));
+    auto through = openWindowRoad(front, front == "classic" ? openClassicFront() : system);
+    if (front == "vendor" && !vendorLibraryLoaded())
+        fail(
+            "libGLX does not find libGLX_kor.so.0 (LD_LIBRARY_PATH), or the server of DISPLAY does "
+            "not name it");
     int id = 0;
-    const Road& classic = *roads.back();
-    classic.gl.glXQueryContext(classic.display, classic.context, GLX_FBCONFIG_ID, &id);
-    roads.insert(roads.begin(), openSystemRoad(system, id));
-    if (vendorLibraryLoaded())
-        roads.push_back(openWindowRoad("vendor", system));
+    through->gl.glXQueryContext(through->display, through->context, GLX_FBCONFIG_ID, &id);
+    std::vector<std::unique_ptr<Road>> roads;
+    roads.push_back(openSystemRoad(system, id));
+    roads.push_back(std::move(through));
     return roads;
 }
 

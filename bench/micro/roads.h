@@ -27,10 +27,11 @@ class Road {
     void enter() const;
 };
 
-/// All roads that there are here: "system", straight on the local display; "classic", through the
-/// classic front to an application window; "vendor", the same through the GL vendor library, where
-/// the application display's server sends the system's own libGLX to it.
-std::vector<std::unique_ptr<Road>> openRoads();
+/// Two roads: "system", straight on the local display, and one through a front to an application
+/// window: "classic", or "vendor", where libGLX finds the vendor library and the application
+/// display's server names it. Not both fronts in one process. Ends the program when the road asked
+/// for is not there.
+std::vector<std::unique_ptr<Road>> openRoads(const std::string& front);
 
 } // namespace kor::bench
 
