@@ -65,22 +65,33 @@ void enter(const Binding& binding) {
         useDrawable(*local, binding.read);
 }
 
-void leave(const Binding& binding) {
+bool isDoomed(const LocalDisplay& local, GLXContext context) {
+    const auto found = local.contexts.find(context);
+    return found != local.contexts.end() && found->second.doomed;
+}
+
+enum class IfDoomed { Leave, Keep };
+
+/// False when the binding was kept, since its context was destroyed.
+bool leave(const Binding& binding, IfDoomed ifDoomed = IfDoomed::Leave) {
     if (!binding.context)
-        return;
+        return true;
     Remains remains;
     remains.display = binding.display;
     {
         const std::lock_guard lock(tablesMutex());
         LocalDisplay* local = findLocalDisplay(binding.display);
         if (!local)
-            return;
+            return true;
+        if (ifDoomed == IfDoomed::Keep && isDoomed(*local, binding.context))
+            return false;
         leaveContext(*local, binding.context, remains);
         leaveDrawable(*local, binding.draw, remains);
         if (binding.read != binding.draw)
             leaveDrawable(*local, binding.read, remains);
     }
     remains.destroy();
+    return true;
 }
 
 /// A thread that ends leaves what it has current.
@@ -96,18 +107,13 @@ struct ThreadBinding {
     }
 };
 
-bool isDoomed(const Binding& binding) {
-    if (!binding.context)
-        return false;
-    const std::lock_guard lock(tablesMutex());
-    const LocalDisplay* local = findLocalDisplay(binding.display);
-    if (!local)
-        return false;
-    const auto found = local->contexts.find(binding.context);
-    return found != local->contexts.end() && found->second.doomed;
-}
-
 thread_local ThreadBinding threadBinding;
+
+/// True when the thread changes nothing: what it has current is counted already.
+bool isCurrent(const Binding& wanted) {
+    const ThreadBinding& mine = threadBinding; // found once: the way to it is not free
+    return wanted == mine.binding && !mine.lingering.context;
+}
 
 } // namespace
 
@@ -226,23 +232,25 @@ void DrawableUse::askSize() {
 
 BindingChange::BindingChange(Display* display, GLXDrawable draw, GLXDrawable read,
                              GLXContext context)
-    : wanted_{display, draw, read, context} {
-    enter(wanted_);
+    : wanted_{display, draw, read, context}, changes_(!isCurrent(wanted_)) {
+    if (changes_)
+        enter(wanted_);
 }
 
 void BindingChange::finish(bool accepted) {
+    if (!changes_)
+        return;
     if (!accepted) {
         leave(wanted_);
         return;
     }
-    const Binding old = threadBinding.binding;
-    const Binding lingering = threadBinding.lingering;
-    threadBinding.binding = wanted_;
-    threadBinding.lingering = Binding();
-    if (old.context != wanted_.context && isDoomed(old))
-        threadBinding.lingering = old;
-    else
-        leave(old);
+    ThreadBinding& mine = threadBinding;
+    const Binding old = mine.binding;
+    const Binding lingering = mine.lingering;
+    mine.binding = wanted_;
+    mine.lingering = Binding();
+    if (!leave(old, old.context != wanted_.context ? IfDoomed::Keep : IfDoomed::Leave))
+        mine.lingering = old;
     leave(lingering);
 }
 

@@ -58,6 +58,7 @@ struct Binding {
     GLXDrawable draw = None;
     GLXDrawable read = None;
     GLXContext context = nullptr;
+    bool operator==(const Binding&) const = default;
 };
 
 /// Around the driver's make-current: the constructor counts the new binding, finish() keeps it and
@@ -69,6 +70,7 @@ class BindingChange {
 
   private:
     Binding wanted_;
+    bool changes_; // false: it is what the thread has current already
 };
 
 } // namespace kor::adapter

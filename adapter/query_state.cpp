@@ -3,7 +3,7 @@
 #include "driver.h"
 #include "local_displays.h"
 
-#include <cstdio>
+#include <charconv>
 #include <cstring>
 #include <unordered_set>
 
@@ -46,9 +46,14 @@ bool hasRenderModes() {
         return true; // whatever this is, let GL answer
     if (isEmbedded(text))
         return false;
+    // Asked for every frame.
     int major = 0;
     int minor = 0;
-    if (std::sscanf(text, "%d.%d", &major, &minor) != 2 || major < 3 || (major == 3 && minor < 2))
+    const char* const end = text + std::strlen(text);
+    const auto dot = std::from_chars(text, end, major);
+    if (dot.ptr == end || *dot.ptr != '.' ||
+        std::from_chars(dot.ptr + 1, end, minor).ec != std::errc() || major < 3 ||
+        (major == 3 && minor < 2))
         return true;
     GLint profile = 0;
     driver.glGetIntegerv(GL_CONTEXT_PROFILE_MASK, &profile);

@@ -18,9 +18,9 @@ namespace {
 
 /// True when a record found under the window's id can go on being used.
 bool isUsable(DrawableInfo& record, GLXFBConfig fbconfig) {
-    const TSD* tsd = getTSD();
-    if (record.lastContext == nullptr && record.localDrawable != record.appDrawable &&
-        tsd != nullptr && tsd->appDisplay2 != nullptr && tsd->extCodes != nullptr &&
+    const TSD* tsd = record.lastContext == nullptr ? getTSD() : nullptr;
+    if (record.localDrawable != record.appDrawable && tsd != nullptr &&
+        tsd->appDisplay2 != nullptr && tsd->extCodes != nullptr &&
         !kor::gl::isWindowKnown(*tsd, record.appDrawable)) {
         RECORD_DEBUG("%x was deleted", static_cast<unsigned>(record.appDrawable));
         return false; // the stale record goes with the next clearDeletedDrawables

@@ -16,20 +16,21 @@ Mutex::~Mutex() {
         KOR_SUPPORT_DEBUG("Cannot destroy mutex (%s)\n", strerror(error));
 }
 
-bool Mutex::lock(const korWhereInfo&) {
-    if (const int error = pthread_mutex_lock(&mutex_)) {
-        KOR_SUPPORT_DEBUG("Mutex lock operation failed (%s)\n", strerror(error));
-        return false;
-    }
-    return true;
+namespace {
+void logFailure(const char* function, const char* operation, int error) {
+    KOR_LOG_AT("KOR", LogDebug, "DEBUG", function, false, "Mutex %s operation failed (%s)\n",
+               operation, strerror(error));
+}
+} // namespace
+
+bool Mutex::lockFailed(int error) {
+    logFailure("bool kor::Mutex::lock(const korWhereInfo&)", "lock", error);
+    return false;
 }
 
-bool Mutex::unlock(const korWhereInfo&) {
-    if (const int error = pthread_mutex_unlock(&mutex_)) {
-        KOR_SUPPORT_DEBUG("Mutex unlock operation failed (%s)\n", strerror(error));
-        return false;
-    }
-    return true;
+bool Mutex::unlockFailed(int error) {
+    logFailure("bool kor::Mutex::unlock(const korWhereInfo&)", "unlock", error);
+    return false;
 }
 
 } // namespace kor

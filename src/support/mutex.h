@@ -16,10 +16,19 @@ class Mutex {
     Mutex(const Mutex&) = delete;
     Mutex& operator=(const Mutex&) = delete;
 
-    bool lock(const korWhereInfo& where);
-    bool unlock(const korWhereInfo& where);
+    bool lock(const korWhereInfo& /*where*/) {
+        const int error = pthread_mutex_lock(&mutex_);
+        return __builtin_expect(error == 0, 1) || lockFailed(error);
+    }
+    bool unlock(const korWhereInfo& /*where*/) {
+        const int error = pthread_mutex_unlock(&mutex_);
+        return __builtin_expect(error == 0, 1) || unlockFailed(error);
+    }
 
   private:
+    static bool lockFailed(int error);
+    static bool unlockFailed(int error);
+
     pthread_mutex_t mutex_ = PTHREAD_MUTEX_INITIALIZER; // usable even where its set-up failed
 };
 
