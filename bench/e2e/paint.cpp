@@ -9,6 +9,7 @@
 #include "support/shared_image.h"
 #include "support/window.h"
 #include "transport/readback_context.h"
+#include "transport/readback_slice.h"
 #include "transport/ximage_painter.h"
 
 #include <semaphore>
@@ -95,34 +96,33 @@ class Library {
 };
 
 /// The two calls alone, on a thread that does nothing else and that did not draw the frame, as is
-/// the library's worker: what they cost depends on whose caches the pixels are in. The way to that
-/// thread and back is not counted.
+/// the library's worker; the frame comes into its texture by the library's own copy on the GPU.
+/// What the two calls cost depends on whose caches the pixels are in. The way to that thread and
+/// back is not counted.
 class StraightLine {
   public:
     StraightLine(const GlLibrary& gl, Display* local, GLXFBConfig config,
                  const std::string& display, const XVisualInfo& visual, Size size)
         : m_gl(gl), m_local(local), m_display(openDisplay(display)), m_size(size),
-          m_drawingPbuffer(makePbuffer(gl, local, config, 10, 10)),
+          m_drawingPbuffer(makePbuffer(gl, local, config, size.width, size.height)),
           m_readingPbuffer(makePbuffer(gl, local, config, 10, 10)),
           m_drawing(makeContext(gl, local, config, nullptr)),
           m_reading(makeContext(gl, local, config, m_drawing)),
           m_window(makeWindow(m_display, visual, size.width + 8, 0, size.width, size.height)),
           m_gc(XCreateGC(m_display, m_window, 0, nullptr)),
           m_image(m_display, visual, size.width, size.height) {
-        gl.glXMakeCurrent(local, m_drawingPbuffer, m_drawing);
-        gl.glGenTextures(1, &m_texture);
-        gl.glBindTexture(GL_TEXTURE_RECTANGLE, m_texture);
-        gl.glTexImage2D(GL_TEXTURE_RECTANGLE, 0, GL_RGBA8, size.width, size.height, 0, GL_RGBA,
-                        GL_UNSIGNED_BYTE, nullptr);
-        bindTexture();
-        gl.glFinish();
+        m_slice.x = m_slice.y = 0;
+        m_slice.width = size.width;
+        m_slice.height = size.height;
+        drawFrame();
+        GLint texture = 0;
+        gl.glGetIntegerv(GL_TEXTURE_BINDING_RECTANGLE, &texture);
+        m_texture = static_cast<GLuint>(texture);
         std::thread([this] { serve(); }).detach();
     }
 
     Cost paint() {
-        m_gl.glXMakeCurrent(m_local, m_drawingPbuffer, m_drawing);
-        m_gl.glClear(GL_COLOR_BUFFER_BIT);
-        m_gl.glFinish();
+        drawFrame();
         m_work.release();
         m_done.acquire();
         XSync(m_display, False);
@@ -130,17 +130,28 @@ class StraightLine {
     }
 
   private:
-    void bindTexture() {
+    /// Leaves the frame's texture bound.
+    void drawFrame() {
+        m_gl.glXMakeCurrent(m_local, m_drawingPbuffer, m_drawing);
+        m_slice.performGPUReadback(m_size.width, m_size.height);
+        m_gl.glFinish();
+    }
+    GLuint bindTexture() {
         GLuint framebuffer = 0;
         m_gl.glGenFramebuffers(1, &framebuffer);
         m_gl.glBindFramebuffer(GL_FRAMEBUFFER, framebuffer);
         m_gl.glFramebufferTexture(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, m_texture, 0);
+        return framebuffer;
     }
     void serve() {
         m_gl.glXMakeCurrent(m_local, m_readingPbuffer, m_reading);
-        bindTexture();
+        const GLuint framebuffer = bindTexture();
         for (;;) {
             m_work.acquire();
+            // A framebuffer that stays bound and is not drawn to by this context makes Mesa give
+            // the pixels of the last reading again.
+            m_gl.glBindFramebuffer(GL_FRAMEBUFFER, 0);
+            m_gl.glBindFramebuffer(GL_FRAMEBUFFER, framebuffer);
             m_cost = costOf([this] {
                 m_gl.glReadPixels(0, 0, m_size.width, m_size.height, GL_BGRA, GL_UNSIGNED_BYTE,
                                   m_image.pixels());
@@ -162,6 +173,7 @@ class StraightLine {
     Window m_window;
     GC m_gc;
     SharedImage m_image;
+    kor::gl::ReadbackSlice m_slice;
     GLuint m_texture = 0;
     Cost m_cost;
     std::binary_semaphore m_work{0};
