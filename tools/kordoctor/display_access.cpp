@@ -103,6 +103,29 @@ std::string connectByNetwork(const Name& name, int& descriptor) {
     return descriptor < 0 ? reason : "";
 }
 
+std::string authorityFile() {
+    const char* name = XauFileName();
+    return name == nullptr ? "" : name;
+}
+
+constexpr char cookieKind[] = "MIT-MAGIC-COOKIE-1";
+
+// The cookie for that display in the authority file; empty when it has none. Entries for one
+// network address only are passed over, since the address in use is not known.
+std::string cookieOf(const Name& name) {
+    char host[256] = "";
+    gethostname(host, sizeof host - 1);
+    const std::string number = std::to_string(name.number);
+    Xauth* found = XauGetAuthByAddr(FamilyLocal, static_cast<unsigned short>(strlen(host)), host,
+                                    static_cast<unsigned short>(number.size()), number.c_str(),
+                                    sizeof cookieKind - 1, cookieKind);
+    if (found == nullptr)
+        return "";
+    const std::string cookie(found->data, found->data_length);
+    XauDisposeAuth(found);
+    return cookie;
+}
+
 struct Greeting {
     bool answered = false;
     int status = 0; // 0 refused, 1 admitted, 2 more is wanted
@@ -110,11 +133,20 @@ struct Greeting {
     std::string reason;
 };
 
-// Says hello without any authorization, and reads what the server makes of it.
-Greeting greet(const Socket& socket) {
+// Says hello with that cookie, if there is one, and reads what the server makes of it.
+Greeting greet(const Socket& socket, const std::string& cookie) {
     Greeting greeting;
-    const unsigned char hello[12] = {'l', 0, 11, 0, 0, 0, 0, 0, 0, 0, 0, 0};
-    if (send(socket.get(), hello, sizeof hello, MSG_NOSIGNAL) != sizeof hello)
+    const auto padded = [](std::string text) {
+        text.resize((text.size() + 3) / 4 * 4, '\0');
+        return text;
+    };
+    const std::string kind = cookie.empty() ? "" : cookieKind;
+    std::string hello = {'l', 0, 11, 0, 0, 0, 0, 0, 0, 0, 0, 0};
+    hello[6] = static_cast<char>(kind.size());
+    hello[8] = static_cast<char>(cookie.size());
+    hello += padded(kind) + padded(cookie);
+    if (cookie.size() > 255 || send(socket.get(), hello.data(), hello.size(), MSG_NOSIGNAL) !=
+                                   static_cast<ssize_t>(hello.size()))
         return greeting;
     unsigned char head[8];
     if (recv(socket.get(), head, sizeof head, MSG_WAITALL) != sizeof head)
@@ -130,27 +162,6 @@ Greeting greet(const Socket& socket) {
     else if (greeting.status == 1 && body.size() > 20)
         greeting.screens = static_cast<unsigned char>(body[20]);
     return greeting;
-}
-
-std::string authorityFile() {
-    const char* name = XauFileName();
-    return name == nullptr ? "" : name;
-}
-
-// Whether the authority file has a cookie that Xlib would offer to that display.
-bool hasCookie(const Name& name) {
-    char host[256] = "";
-    gethostname(host, sizeof host - 1);
-    const std::string number = std::to_string(name.number);
-    const char kind[] = "MIT-MAGIC-COOKIE-1";
-    // Only entries of this machine, or of any, can be recognised without the address in use.
-    Xauth* found = XauGetAuthByAddr(FamilyLocal, static_cast<unsigned short>(strlen(host)), host,
-                                    static_cast<unsigned short>(number.size()), number.c_str(),
-                                    sizeof kind - 1, kind);
-    if (found == nullptr)
-        return false;
-    XauDisposeAuth(found);
-    return true;
 }
 
 // As xhost(1) takes it.
@@ -173,7 +184,7 @@ Refusal explainLackOfAccess(const std::string& name, const Name& parsed, const G
         return {"a server is there but does not admit this user: the authority file " + file +
                     " cannot be read" + said,
                 "let this user read it, or set XAUTHORITY to one with the cookie of " + name};
-    if (!hasCookie(parsed))
+    if (cookieOf(parsed).empty())
         return {"a server is there but does not admit this user: " + file +
                     " has no cookie for it" + said,
                 "add the cookie of " + name +
@@ -222,7 +233,7 @@ Refusal explainRefusal(const std::string& name) {
         return {"no server: " + noServer, "start an X server there, or name another display"};
 
     const Socket socket(descriptor);
-    const Greeting greeting = greet(socket);
+    const Greeting greeting = greet(socket, cookieOf(parsed));
     if (!greeting.answered)
         return {"something takes connections there but does not answer as an X server does",
                 "see whether the server is stuck; end it and start it anew"};

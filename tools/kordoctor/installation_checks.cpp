@@ -3,6 +3,8 @@
 #include "elf_file.h"
 #include "library_search.h"
 
+#include <cstdio>
+#include <cstdlib>
 #include <dlfcn.h>
 #include <filesystem>
 #include <map>
@@ -30,6 +32,7 @@ std::string join(const std::vector<std::string>& texts, const char* between) {
 
 // Loading runs the libraries' own code, hence in this section's own process.
 std::string whyNotLoaded(const std::string& path, const char* function) {
+    fprintf(stderr, "loading %s\n", path.c_str()); // seen should the process be lost here
     void* library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (library == nullptr)
         return dlerror();
@@ -76,9 +79,10 @@ void check32Bit(Findings& findings, const korrun::Installation& installation,
             findings.ok(front.front);
         return;
     }
+    const char* set = getenv("LD_LIBRARY_PATH");
     if (ifThere(loader32).empty())
         findings.ok("not there, nor can this machine run 32-bit programs");
-    else if (findLibrary("libGL.so.1", 32, "").empty())
+    else if (findLibrary("libGL.so.1", 32, set == nullptr ? "" : set).empty())
         findings.ok("not there, nor is a 32-bit OpenGL of the system's");
     else
         findings.warning("not there: 32-bit programs get the system's OpenGL",

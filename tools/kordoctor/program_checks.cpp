@@ -102,6 +102,7 @@ struct Examination {
     ElfFile elf;
     std::string libraryPath; // as korrun sets it
     std::string front;       // of the program's kind
+    std::string vendor;      // the vendor front that lies beside it, if any
 
     bool isOurs(const std::string& path) const { return isSameFile(path, front); }
 };
@@ -137,10 +138,16 @@ void checkNamedGl(const Examination& e, const std::vector<LoadedLibrary>& librar
         const std::string vendor = findLibrary("libGLX_kor.so.0", e.elf.bits, e.libraryPath);
         const std::string why = files::path(glvnd->neededBy).filename().string() + " names " +
                                 name + " itself, not libGL.so.1";
-        if (vendor.empty())
+        if (vendor.empty() && !e.vendor.empty())
             e.findings.broken("none: " + why +
                                   ", so that the classic front is bypassed, and the "
-                                  "vendor front libGLX_kor.so.0 is not there",
+                                  "dynamic linker does not find the vendor front " +
+                                  e.vendor,
+                              "add its folder to LD_LIBRARY_PATH, or install the package");
+        else if (vendor.empty())
+            e.findings.broken("none: " + why +
+                                  ", so that the classic front is bypassed, and there "
+                                  "is no vendor front libGLX_kor.so.0",
                               "install the vendor front, or link the program with -lGL");
         else
             e.findings.ok("the vendor front, " + vendor + ": " + why);
@@ -193,6 +200,7 @@ void checkFront(Examination& e, const korrun::Installation& installation) {
         return;
     }
     e.front = front->front;
+    e.vendor = front->vendor;
     const char* set = getenv("LD_LIBRARY_PATH");
     e.libraryPath = korrun::prependFolders(installation.frontFolders, set == nullptr ? "" : set);
     checkNamedGl(e, findLibraries(e.program.path, e.elf, e.libraryPath));
@@ -213,7 +221,7 @@ void examine(Findings& findings, const std::string& name,
         return;
     }
     findings.ok(program.road + program.path + ", " + std::to_string(elf->bits) + "-bit");
-    Examination examination{findings, program, *elf, "", ""};
+    Examination examination{findings, program, *elf, "", "", ""};
     checkFront(examination, installation);
 }
 

@@ -1,0 +1,4 @@
+/* Only what it is linked with matters. */
+int main(void) {
+    return 0;
+}
