@@ -1,0 +1,124 @@
+// The page of counters: which window gets which line, and what is counted there.
+#include <gtest/gtest.h> // before the X headers, which make words of its into macros
+
+#include "transport/frame_statistics.h"
+
+#include <cstdlib>
+#include <fcntl.h>
+#include <filesystem>
+#include <memory>
+#include <unistd.h>
+#include <vector>
+
+using kor::gl::FrameStatistics;
+using kor::gl::StatisticsLine;
+using kor::gl::StatisticsPage;
+
+namespace {
+
+/// Gives each test a page of its own.
+class FrameStatisticsTest : public testing::Test {
+  protected:
+    void SetUp() override {
+        ASSERT_NE(mkdtemp(m_folder.data()), nullptr);
+        setenv(kor::gl::statisticsVariable, m_folder.c_str(), 1);
+        kor::gl::openStatisticsPage();
+    }
+    void TearDown() override {
+        unsetenv(kor::gl::statisticsVariable);
+        std::filesystem::remove_all(m_folder);
+    }
+
+    /// What another process would see.
+    std::unique_ptr<StatisticsPage> page() const {
+        auto page = std::make_unique<StatisticsPage>();
+        const std::string name = m_folder + "/kor-stats." + std::to_string(getpid());
+        const int file = open(name.c_str(), O_RDONLY | O_CLOEXEC);
+        EXPECT_EQ(pread(file, page.get(), sizeof *page, 0), static_cast<ssize_t>(sizeof *page));
+        close(file);
+        return page;
+    }
+
+    std::string m_folder = testing::TempDir() + "kor-statistics.XXXXXX";
+};
+
+void paint(FrameStatistics& statistics, Window window, bool sharedMemory = true) {
+    statistics.begins(window);
+    statistics.transferred();
+    statistics.painted(640, 480, sharedMemory);
+}
+
+} // namespace
+
+TEST_F(FrameStatisticsTest, PageTellsWhoseItIs) {
+    EXPECT_EQ(page()->magic, kor::gl::statisticsMagic);
+    EXPECT_EQ(page()->process, static_cast<uint32_t>(getpid()));
+    EXPECT_EQ(page()->lines[0].state, StatisticsLine::Free);
+}
+
+TEST_F(FrameStatisticsTest, FramesAreCountedFromTheFirst) {
+    FrameStatistics statistics;
+    statistics.rendered(false);
+    statistics.rendered(true); // the first was never painted
+    EXPECT_EQ(page()->lines[0].state, StatisticsLine::Free) << "nothing was painted yet";
+    paint(statistics, 0x77);
+    const auto before = page();
+    const StatisticsLine& line = before->lines[0];
+    EXPECT_EQ(line.state, StatisticsLine::Live);
+    EXPECT_EQ(line.window, 0x77U);
+    EXPECT_EQ(line.rendered, 2U);
+    EXPECT_EQ(line.dropped, 1U);
+    EXPECT_EQ(line.painted, 1U);
+    EXPECT_EQ(line.width, 640U);
+    EXPECT_EQ(line.height, 480U);
+    EXPECT_EQ(line.strategy, StatisticsLine::SharedMemory);
+
+    statistics.rendered(false);
+    statistics.begins(0x77);
+    statistics.transferred();
+    statistics.failed();
+    paint(statistics, 0x77, false);
+    const auto after = page();
+    EXPECT_EQ(after->lines[0].rendered, 3U);
+    EXPECT_EQ(after->lines[0].dropped, 2U);
+    EXPECT_EQ(after->lines[0].painted, 2U);
+    EXPECT_EQ(after->lines[0].strategy, StatisticsLine::PlainRequests);
+}
+
+TEST_F(FrameStatisticsTest, TimesAreSummed) {
+    FrameStatistics statistics;
+    statistics.begins(0x77);
+    usleep(3000);
+    statistics.transferred();
+    usleep(5000);
+    statistics.painted(1, 1, true);
+    const auto seen = page();
+    EXPECT_EQ(seen->lines[0].timed, 1U);
+    EXPECT_GE(seen->lines[0].readbackNanoseconds, 3'000'000U);
+    EXPECT_GE(seen->lines[0].paintingNanoseconds, 5'000'000U);
+    EXPECT_GE(seen->lines[0].last - seen->lines[0].begun, 8'000'000U);
+}
+
+TEST_F(FrameStatisticsTest, LinesOfEndedWindowsStayUntilTheyAreNeeded) {
+    std::vector<std::unique_ptr<FrameStatistics>> windows;
+    for (uint32_t i = 0; i < kor::gl::statisticsLines; ++i) {
+        windows.push_back(std::make_unique<FrameStatistics>());
+        paint(*windows.back(), 100 + i);
+    }
+    FrameStatistics refused;
+    paint(refused, 1);
+    paint(refused, 1);
+    for (const StatisticsLine& line : page()->lines)
+        EXPECT_NE(line.window, 1U) << "a page that is full has no line for another window";
+
+    windows[7].reset();
+    windows[3].reset();
+    EXPECT_EQ(page()->lines[3].state, StatisticsLine::Ended);
+    EXPECT_EQ(page()->lines[3].window, 103U);
+    FrameStatistics next;
+    paint(next, 2);
+    EXPECT_EQ(page()->lines[3].window, 2U) << "the one that was painted first goes first";
+    EXPECT_EQ(page()->lines[3].state, StatisticsLine::Live);
+    EXPECT_EQ(page()->lines[3].painted, 1U);
+    EXPECT_EQ(page()->lines[7].window, 107U);
+}
