@@ -121,7 +121,7 @@ std::string cookieOf(const Name& name) {
                                     sizeof cookieKind - 1, cookieKind);
     if (found == nullptr)
         return "";
-    const std::string cookie(found->data, found->data_length);
+    std::string cookie(found->data, found->data_length);
     XauDisposeAuth(found);
     return cookie;
 }

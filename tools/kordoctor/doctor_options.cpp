@@ -52,7 +52,7 @@ Options parseOptions(const std::vector<std::string>& arguments) {
             if (equals != std::string::npos)
                 return argument.substr(equals + 1);
             if (next == arguments.size())
-                refuse(name + " needs a value: " + name + " " + what);
+                refuse("a value is missing: " + name + " " + what);
             return arguments[next++];
         };
         if (name == "--watch")

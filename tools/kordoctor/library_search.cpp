@@ -50,7 +50,7 @@ std::string searchFolders(const std::string& folders, const std::string& name,
         return "";
     std::istringstream list(folders);
     for (std::string folder; std::getline(list, folder, ':');) {
-        const std::string path =
+        std::string path =
             (folder.empty() ? "." : replaceTokens(folder, origin, bits)) + "/" + name;
         if (fits(path, bits))
             return path;
@@ -65,7 +65,7 @@ std::string searchSystem(const std::string& name, int bits) {
     // The front looks for its own kind only.
     for (const char* folder : {"/lib/i386-linux-gnu", "/usr/lib/i386-linux-gnu", "/lib32",
                                "/usr/lib32", "/lib/x86_64-linux-gnu", "/usr/lib/x86_64-linux-gnu"})
-        if (const std::string path = std::string(folder) + "/" + name; fits(path, bits))
+        if (std::string path = std::string(folder) + "/" + name; fits(path, bits))
             return path;
     return "";
 }

@@ -58,11 +58,10 @@ Program followScripts(const std::string& name) {
                     argument.clear();
             interpreter = argument;
         }
-        program.road += "script, run by " + interpreter + ": ";
+        program.road.append("script, run by ").append(interpreter).append(": ");
         program.path = korrun::findProgram(interpreter);
         if (program.path.empty()) {
-            program.problem =
-                name + " is a script, and its interpreter \"" + interpreter + "\" is not found";
+            program.problem = name + " is a script whose interpreter is not found: " + interpreter;
             return program;
         }
     }
@@ -136,8 +135,8 @@ void checkNamedGl(const Examination& e, const std::vector<LoadedLibrary>& librar
         if (glvnd == nullptr)
             continue;
         const std::string vendor = findLibrary("libGLX_kor.so.0", e.elf.bits, e.libraryPath);
-        const std::string why = files::path(glvnd->neededBy).filename().string() + " names " +
-                                name + " itself, not libGL.so.1";
+        std::string why = files::path(glvnd->neededBy).filename().string();
+        why.append(" names ").append(name).append(" itself, not libGL.so.1");
         if (vendor.empty() && !e.vendor.empty())
             e.findings.broken("none: " + why +
                                   ", so that the classic front is bypassed, and the "
