@@ -55,7 +55,7 @@ fs::path moduleFolderBesideLauncher() {
         return {};
     const fs::path prefix = self.parent_path().parent_path();
     for (const char* lib : {"lib", "lib64", "lib/" KOR_MULTIARCH}) {
-        const fs::path folder = prefix / lib / "xorg/modules";
+        fs::path folder = prefix / lib / "xorg/modules";
         if (readable(folder / moduleName))
             return folder;
     }

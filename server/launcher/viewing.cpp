@@ -131,7 +131,7 @@ std::string findWebsockify() {
     std::string folders = path && *path ? path : "/usr/local/bin:/usr/bin:/bin";
     for (size_t begin = 0; begin <= folders.size();) {
         const size_t end = std::min(folders.find(':', begin), folders.size());
-        const std::string candidate = folders.substr(begin, end - begin) + "/websockify";
+        std::string candidate = folders.substr(begin, end - begin) + "/websockify";
         if (access(candidate.c_str(), X_OK) == 0)
             return candidate;
         begin = end + 1;
