@@ -16,7 +16,7 @@ template <typename Call> void addCall(const Road& road, const char* name, Call c
     benchmark::RegisterBenchmark((std::string(name) + "/" + road.name).c_str(),
                                  [&road, call](benchmark::State& state) {
                                      road.enter();
-                                     for (auto pass : state)
+                                     for ([[maybe_unused]] const auto pass : state)
                                          call(road);
                                  });
 }

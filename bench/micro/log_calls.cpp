@@ -15,14 +15,14 @@ namespace {
 
 void noLogCall(benchmark::State& state) {
     int drawable = 1;
-    for (auto pass : state)
+    for ([[maybe_unused]] const auto pass : state)
         benchmark::DoNotOptimize(drawable);
 }
 
 void logCall(benchmark::State& state) {
     kor_open_log();
     int drawable = 1;
-    for (auto pass : state) {
+    for ([[maybe_unused]] const auto pass : state) {
         benchmark::DoNotOptimize(drawable);
         KOR_DEBUG("drawable %d, %d", drawable, expensive(drawable));
     }

@@ -1,6 +1,7 @@
 #include "support/comparison.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
@@ -20,7 +21,7 @@ double quantile(std::vector<double> values, double share) {
     if (values.empty())
         return 0;
     std::sort(values.begin(), values.end());
-    return values[static_cast<size_t>(share * static_cast<double>(values.size() - 1) + 0.5)];
+    return values[static_cast<size_t>(std::lround(share * static_cast<double>(values.size() - 1)))];
 }
 
 } // namespace
