@@ -3,6 +3,7 @@
 //   dlopen_client MODE HOW LIBRARY...        opens the libraries with RTLD_LOCAL (MODE local),
 //       RTLD_GLOBAL (global) or RTLD_DEEPBIND (deepbind) and takes each function from the first
 //       that has it (HOW symbols), or from glXGetProcAddressARB alone (HOW procedures)
+//   dlopen_client meet LIBRARY LIBRARY       draws by way of the one, then of the other
 #include "drawing.h"
 
 #include <cstring>
@@ -37,6 +38,18 @@ void askFor(Function*& function, const char* name, decltype(&::glXGetProcAddress
     require(function != nullptr, std::string("there is no procedure ") + name);
 }
 
+int drawByWayOf(const char* path) {
+    Functions functions;
+    const Libraries libraries = {open(path, RTLD_LAZY | RTLD_LOCAL)};
+    decltype(&::glXGetProcAddressARB) ask = nullptr;
+    take(ask, "glXGetProcAddressARB", libraries);
+#define KOR_ASK(name) askFor(functions.name, #name, ask);
+    KOR_GLX_FUNCTIONS(KOR_ASK)
+    KOR_GL_FUNCTIONS(KOR_ASK)
+#undef KOR_ASK
+    return drawAndCheck(functions);
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -46,6 +59,10 @@ int main(int argc, char** argv) {
         const auto draw = reinterpret_cast<int (*)()>(dlsym(plugin, "draw_and_check"));
         require(draw != nullptr, "the plug-in has nothing to call");
         return draw();
+    }
+    if (argc == 4 && strcmp(argv[1], "meet") == 0) {
+        const int first = drawByWayOf(argv[2]);
+        return drawByWayOf(argv[3]) + first;
     }
     const std::map<std::string, int> modes = {
         {"local", RTLD_LOCAL}, {"global", RTLD_GLOBAL}, {"deepbind", RTLD_LOCAL | RTLD_DEEPBIND}};

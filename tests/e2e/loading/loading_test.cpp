@@ -96,6 +96,20 @@ gid_t otherGroup() {
     return getegid();
 }
 
+// Both fronts in one process, each once the first: only one of them may come to the library, and
+// what goes to the other is drawn all the same.
+TEST(Meeting, TheVendorFrontFirst) {
+    const Session session(Road::Both);
+    expectPassed(runCommand(
+        program(session, {"dlopen_client", "meet", "libGLX.so.0", "libGL.so.1"}), kTime));
+}
+
+TEST(Meeting, TheClassicFrontFirst) {
+    const Session session(Road::Both);
+    expectPassed(runCommand(
+        program(session, {"dlopen_client", "meet", "libGL.so.1", "libGLX.so.0"}), kTime));
+}
+
 std::string loadingName(const testing::TestParamInfo<Loading>& info) {
     return info.param.name;
 }
