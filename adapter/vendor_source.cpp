@@ -35,6 +35,7 @@ void* nothing() {
 /// The first of those names whose library can be had and serves the screen. The last is taken on
 /// trust: nobody else is there, and to ask costs as much as to begin.
 const VendorLibrary* firstOf(std::vector<std::string> names, Display* display, int screen) {
+    std::erase(names, ourVendor);
     names.emplace_back(lastResort);
     for (size_t i = 0; i < names.size(); ++i) {
         const VendorLibrary* library = VendorLibrary::open(names[i], state->dispatch);

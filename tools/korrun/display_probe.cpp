@@ -1,11 +1,15 @@
 #include "display_probe.h"
 
+#include "adapter/vendor_names.h"
 #include "pipe_text.h"
 
 #include <X11/Xlib.h>
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <fcntl.h>
+#include <functional>
+#include <optional>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -43,20 +47,33 @@ DisplayState look(const std::string& name) {
     return state;
 }
 
-} // namespace
+bool lookForOurVendor(const std::string& name) {
+    Display* display = XOpenDisplay(name.empty() ? nullptr : name.c_str());
+    if (!display)
+        return false;
+    const auto names = kor::adapter::askVendorNames(display, DefaultScreen(display));
+    XCloseDisplay(display);
+    return std::find(names.begin(), names.end(), kor::adapter::ourVendor) != names.end();
+}
 
-DisplayState probeDisplay(const std::string& name) {
-    // Xlib waits for a server without end, hence the process of its own.
+// What a child process found out: a number of one digit.
+struct Answer {
+    std::optional<int> value;
+    bool timedOut = false;
+};
+
+// Xlib waits for a server without end, hence the process of its own.
+Answer askInChild(const std::function<int()>& question) {
     Pipe answer = makePipe();
     const pid_t child = fork();
     if (child < 0)
-        return DisplayState::NoAnswer;
+        return {std::nullopt, true};
     if (child == 0) {
         answer.readEnd.close();
         // Xlib has words of its own for a display that is not ours; what is found is told
         // elsewhere.
         dup2(open("/dev/null", O_WRONLY | O_CLOEXEC), STDERR_FILENO);
-        const char letter = static_cast<char>('0' + static_cast<int>(look(name)));
+        const char letter = static_cast<char>('0' + question());
         writeText(answer.writeEnd.get(), std::string(1, letter) + "\n");
         _exit(0);
     }
@@ -66,12 +83,23 @@ DisplayState probeDisplay(const std::string& name) {
     kill(child, SIGKILL);
     while (waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
     }
-    if (result == ReadResult::TimedOut)
+    if (result == ReadResult::Line && line.size() == 1)
+        return {line[0] - '0', false};
+    return {std::nullopt, result == ReadResult::TimedOut};
+}
+
+} // namespace
+
+DisplayState probeDisplay(const std::string& name) {
+    const Answer answer = askInChild([&] { return static_cast<int>(look(name)); });
+    if (answer.timedOut)
         return DisplayState::NoAnswer;
-    // No line: Xlib ended the process because the connection broke.
-    if (result != ReadResult::Line || line.size() != 1)
-        return DisplayState::Unreachable;
-    return static_cast<DisplayState>(line[0] - '0');
+    // No value: Xlib ended the process because the connection broke.
+    return answer.value ? static_cast<DisplayState>(*answer.value) : DisplayState::Unreachable;
+}
+
+bool namesOurVendor(const std::string& name) {
+    return askInChild([&] { return lookForOurVendor(name) ? 1 : 0; }).value == 1;
 }
 
 bool isUsable(DisplayState state) {

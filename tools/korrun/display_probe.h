@@ -16,6 +16,10 @@ enum class DisplayState {
 // Tries an X display in a process of its own, for at most five seconds.
 DisplayState probeDisplay(const std::string& name);
 
+// Whether the display's server names our GL vendor library to its clients, so that they load it by
+// themselves. False when it does not answer; tried in the same way.
+bool namesOurVendor(const std::string& name);
+
 // Whether GL can be rendered there at all.
 bool isUsable(DisplayState state);
 

@@ -1,9 +1,13 @@
 #include "environment.h"
 
+#include "display_probe.h"
 #include "failure.h"
 
 #include <algorithm>
 #include <cstdlib>
+#include <dlfcn.h>
+#include <filesystem>
+#include <link.h>
 #include <sstream>
 
 namespace korrun {
@@ -22,6 +26,46 @@ std::string join(const std::vector<std::string>& texts, const char* between) {
     for (const std::string& text : texts)
         joined += (joined.empty() ? "" : between) + text;
     return joined;
+}
+
+bool systemHasDispatch() {
+    void* dispatch = dlopen("libGLX.so.0", RTLD_LAZY | RTLD_LOCAL);
+    if (dispatch == nullptr)
+        return false;
+    dlclose(dispatch);
+    return true;
+}
+
+// True when the loader finds our vendor library without being told where it is.
+bool loaderFindsVendorLibrary(const Installation& installation) {
+    void* found = dlopen(vendorLibrary, RTLD_LAZY | RTLD_LOCAL);
+    if (found == nullptr)
+        return false;
+    link_map* map = nullptr;
+    std::error_code error;
+    bool same = false;
+    if (dlinfo(found, RTLD_DI_LINKMAP, &map) == 0)
+        for (const std::string& folder : installation.vendorFolders)
+            same = same || std::filesystem::equivalent(
+                               map->l_name, std::filesystem::path(folder) / vendorLibrary, error);
+    dlclose(found);
+    return same;
+}
+
+void useVendorFront(const Installation& installation, const std::string& display) {
+    if (!loaderFindsVendorLibrary(installation))
+        setenv(variable, prependFolders(installation.vendorFolders, currentPaths()).c_str(), 1);
+    if (!namesOurVendor(display))
+        setenv("__GLX_VENDOR_LIBRARY_NAME", "kor", 1);
+}
+
+void useClassicFront(const Installation& installation) {
+    if (installation.frontFolders.empty())
+        throw Failure(StatusMissing,
+                      "the front library libGL.so.1 is in none of " +
+                          join(installation.searched, ", ") +
+                          ": build it (cmake --build --preset release) or install the package");
+    setenv(variable, prependFolders(installation.frontFolders, currentPaths()).c_str(), 1);
 }
 
 } // namespace
@@ -45,17 +89,28 @@ std::string prependFolders(const std::vector<std::string>& folders, const std::s
     return first + ":" + rest;
 }
 
-void useFront(const Installation& installation) {
-    if (installation.frontFolders.empty())
+Front useFront(const Installation& installation, Front wanted, const std::string& display) {
+    const bool vendorCanBeUsed = !installation.vendorFolders.empty() && systemHasDispatch();
+    if (wanted == Front::Glvnd && !vendorCanBeUsed)
         throw Failure(StatusMissing,
-                      "the front library libGL.so.1 is in none of " +
-                          join(installation.searched, ", ") +
-                          ": build it (cmake --build --preset release) or install the package");
-    setenv(variable, prependFolders(installation.frontFolders, currentPaths()).c_str(), 1);
+                      installation.vendorFolders.empty()
+                          ? std::string("the vendor library ") + vendorLibrary +
+                                " is above none of " + join(installation.searched, ", ") +
+                                ": build it (cmake --build --preset release) or install the package"
+                          : "the system has no vendor-neutral dispatch library, libGLX.so.0: "
+                            "--front=classic does without");
+    if (wanted != Front::Classic && vendorCanBeUsed) {
+        useVendorFront(installation, display);
+        return Front::Glvnd;
+    }
+    useClassicFront(installation);
+    return Front::Classic;
 }
 
 void avoidFront(const Installation& installation) {
-    const std::string rest = removeFolders(installation.frontFolders, currentPaths());
+    std::string rest = removeFolders(installation.frontFolders, currentPaths());
+    // A folder that the loader looks into anyway is named by somebody for other reasons.
+    rest = removeFolders(installation.vendorFolders, rest);
     if (rest.empty())
         unsetenv(variable);
     else

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "installation.h"
+#include "options.h"
 
 #include <string>
 #include <vector>
@@ -13,9 +14,10 @@ std::string prependFolders(const std::vector<std::string>& folders, const std::s
 // `paths` without `folders`.
 std::string removeFolders(const std::vector<std::string>& folders, const std::string& paths);
 
-// Lets programs that are started from here load the front library. Throws Failure when there is
-// no front library.
-void useFront(const Installation& installation);
+// Lets programs that are started from here load the front library, and changes no more of the
+// environment than that takes. The display is the one that they get. Returns the kind that they
+// load. Throws Failure when there is no such front library.
+Front useFront(const Installation& installation, Front wanted, const std::string& display);
 
 // Keeps the front library out of programs that are started from here: X servers load a GL library
 // of their own and must get the system's.

@@ -43,6 +43,9 @@ Installation findInstallation(const std::string& korrunPath) {
         std::error_code error;
         if (files::exists(files::path(folder) / "libGL.so.1", error))
             found.frontFolders.push_back(folder);
+        const files::path above = files::path(folder).parent_path();
+        if (files::exists(above / vendorLibrary, error))
+            found.vendorFolders.push_back(above);
     }
     return found;
 }

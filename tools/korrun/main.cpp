@@ -122,10 +122,10 @@ int run(const Options& options) {
     if (options.screenshot && variable("DISPLAY").empty())
         throw Failure(StatusMissing, "--screenshot: there is no display to take a picture of; set "
                                      "DISPLAY or give --session");
-    useFront(installation);
+    const Front front = useFront(installation, options.front, variable("DISPLAY"));
     if (options.verbose)
-        say("front library (" + options.front + ") in LD_LIBRARY_PATH " +
-            variable("LD_LIBRARY_PATH"));
+        say(std::string("front library (") + (front == Front::Glvnd ? "glvnd" : "classic") +
+            ") in LD_LIBRARY_PATH " + variable("LD_LIBRARY_PATH"));
 
     std::optional<StatisticsFolder> statistics;
     if (options.stats)

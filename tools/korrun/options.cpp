@@ -65,6 +65,16 @@ std::string readText(const std::string& option, const std::string& text) {
     return text;
 }
 
+Front readFront(const std::string& text) {
+    if (text == "auto")
+        return Front::Auto;
+    if (text == "classic")
+        return Front::Classic;
+    if (text == "glvnd")
+        return Front::Glvnd;
+    refuse("--front takes auto, classic or glvnd; it was given \"" + text + "\"");
+}
+
 // One option that takes a value.
 struct ValueOption {
     const char* name;
@@ -82,12 +92,7 @@ constexpr ValueOption valueOptions[] = {
      [](Options& o, const std::string& v) { o.after = readSeconds("--after", v, true); }},
     {"--seconds", "N",
      [](Options& o, const std::string& v) { o.seconds = readSeconds("--seconds", v, false); }},
-    {"--front", "KIND",
-     [](Options& o, const std::string& v) {
-         if (v != "classic")
-             refuse("--front knows only \"classic\"; it was given \"" + v + "\"");
-         o.front = v;
-     }},
+    {"--front", "KIND", [](Options& o, const std::string& v) { o.front = readFront(v); }},
 };
 
 // One option that stands alone.
@@ -176,7 +181,9 @@ session's windows. Ends with COMMAND's own status.
   --after SECONDS      when the picture is taken, counted from the start of
                        COMMAND (default 2)
   --seconds N          end COMMAND after N seconds; the status is then 0
-  --front KIND         kind of front library: classic (the only one)
+  --front KIND         kind of front library: glvnd (the system's own GL library
+                       loads ours), classic (ours stands in for it), or auto,
+                       the default: glvnd where the system can do that
   --stats              say at the end what became of the frames of each window
   -v, --verbose        say which servers, displays and libraries are used
   -h, --help           this text

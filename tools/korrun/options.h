@@ -11,6 +11,13 @@ struct Size {
     int height;
 };
 
+// Which front library the command gets.
+enum class Front {
+    Auto, // the vendor library where the system has the vendor-neutral dispatch, else the classic
+    Classic, // in place of the system's GL library
+    Glvnd    // the vendor library, which the system's own GL library loads
+};
+
 // What the command line asks for.
 struct Options {
     bool help = false;
@@ -23,8 +30,8 @@ struct Options {
     std::optional<std::string> screenshot; // PNG file to write
     double after = 2;                      // seconds from the command's start to the picture
     std::optional<double> seconds;         // seconds after which the command is ended
-    std::string front = "classic";         // the kind of front library
-    std::vector<std::string> command;      // the command and its arguments
+    Front front = Front::Auto;
+    std::vector<std::string> command; // the command and its arguments
 };
 
 // Reads the arguments that follow the program's name. The command begins at the first argument that

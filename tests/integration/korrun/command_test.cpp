@@ -2,6 +2,7 @@
 #include "korrun_fixture.h"
 
 #include <csignal>
+#include <fstream>
 #include <sys/wait.h>
 
 using testing::HasSubstr;
@@ -48,6 +49,27 @@ TEST_F(KorrunTest, FrontLibraryComesFirst) {
                {{"LD_LIBRARY_PATH", "/somewhere:" + path("lib/kor")}, {"LD_PRELOAD", "-"}});
     EXPECT_EQ(run.status(), 0);
     EXPECT_EQ(run.output(), path("lib/kor") + ":/somewhere\nunset\n");
+}
+
+TEST_F(KorrunTest, TheVendorLibraryComesFirstWhereItIsThere) {
+    std::ofstream(path("lib/libGLX_kor.so.0")) << "x";
+    const std::string tell = "echo $LD_LIBRARY_PATH; echo $__GLX_VENDOR_LIBRARY_NAME";
+    // No display here names it, so the dispatch library has to be told.
+    for (const char* const front : {"--front=auto", "--front=glvnd"}) {
+        Program run = korrun({front, "sh", "-c", tell}, {{"LD_LIBRARY_PATH", "/somewhere"}});
+        EXPECT_EQ(run.status(), 0);
+        EXPECT_EQ(run.output(), path("lib") + ":/somewhere\nkor\n");
+    }
+    Program run = korrun({"--front=classic", "sh", "-c", tell},
+                         {{"LD_LIBRARY_PATH", "/somewhere:" + path("lib")}});
+    EXPECT_EQ(run.status(), 0);
+    EXPECT_EQ(run.output(), path("lib/kor") + ":/somewhere\n\n");
+}
+
+TEST_F(KorrunTest, AMissingVendorLibraryIsSaid) {
+    Program run = korrun({"--front=glvnd", "true"});
+    EXPECT_EQ(run.status(), 3);
+    EXPECT_THAT(run.errors(), HasSubstr("libGLX_kor.so.0"));
 }
 
 TEST_F(KorrunTest, GlDisplayIsHandedOn) {

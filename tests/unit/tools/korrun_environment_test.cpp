@@ -49,6 +49,15 @@ TEST_F(InstallationTest, PartsLieBesideTheProgram) {
     EXPECT_THAT(found.frontFolders, ElementsAre(path("lib/kor")));
 }
 
+TEST_F(InstallationTest, TheVendorLibraryLiesAboveTheFrontsOwnFolder) {
+    put("lib/libGLX_kor.so.0");
+    put("lib/x86_64-linux-gnu/libGLX_kor.so.0");
+    const auto found = korrun::findInstallation(path("bin/korrun"));
+    EXPECT_THAT(found.vendorFolders,
+                testing::UnorderedElementsAre(path("lib"), path("lib/x86_64-linux-gnu")));
+    EXPECT_THAT(found.frontFolders, IsEmpty());
+}
+
 TEST_F(InstallationTest, LibrariesOfEachArchitectureAreNamed) {
     put("lib/x86_64-linux-gnu/kor/libGL.so.1");
     put("lib/i386-linux-gnu/kor/libGL.so.1");
@@ -63,7 +72,7 @@ TEST_F(InstallationTest, WhatIsMissingIsSaid) {
     EXPECT_EQ(found.server, "");
     EXPECT_THAT(found.frontFolders, IsEmpty());
     try {
-        korrun::useFront(found);
+        korrun::useFront(found, korrun::Front::Auto, "");
         FAIL() << "a missing front library was not noticed";
     } catch (const korrun::Failure& failure) {
         EXPECT_EQ(failure.exitStatus(), korrun::StatusMissing);

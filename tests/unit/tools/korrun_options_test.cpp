@@ -34,7 +34,7 @@ TEST(KorrunOptions, CommandAloneKeepsTheDefaults) {
     EXPECT_EQ(options.after, 2);
     EXPECT_EQ(options.size.width, 1280);
     EXPECT_EQ(options.size.height, 800);
-    EXPECT_EQ(options.front, "classic");
+    EXPECT_EQ(options.front, korrun::Front::Auto);
 }
 
 TEST(KorrunOptions, EveryOptionIsRead) {
@@ -121,8 +121,11 @@ TEST(KorrunOptions, OptionsThatMakeNoSenseTogetherAreRefused) {
     EXPECT_EQ(refusal({"--screenshot", "a.png", "--after", "1", "--seconds", "2", "p"}), "");
 }
 
-TEST(KorrunOptions, OnlyTheClassicFrontIsKnown) {
-    EXPECT_THAT(refusal({"--front", "vendor", "p"}), HasSubstr("classic"));
+TEST(KorrunOptions, ThreeKindsOfFrontAreKnown) {
+    EXPECT_EQ(parseOptions({"--front=auto", "p"}).front, korrun::Front::Auto);
+    EXPECT_EQ(parseOptions({"--front=classic", "p"}).front, korrun::Front::Classic);
+    EXPECT_EQ(parseOptions({"--front", "glvnd", "p"}).front, korrun::Front::Glvnd);
+    EXPECT_THAT(refusal({"--front", "vendor", "p"}), HasSubstr("auto, classic or glvnd"));
 }
 
 TEST(KorrunOptions, HelpNamesEveryOption) {
