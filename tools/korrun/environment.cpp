@@ -59,15 +59,6 @@ void useVendorFront(const Installation& installation, const std::string& display
         setenv("__GLX_VENDOR_LIBRARY_NAME", "kor", 1);
 }
 
-void useClassicFront(const Installation& installation) {
-    if (installation.frontFolders.empty())
-        throw Failure(StatusMissing,
-                      "the front library libGL.so.1 is in none of " +
-                          join(installation.searched, ", ") +
-                          ": build it (cmake --build --preset release) or install the package");
-    setenv(variable, prependFolders(installation.frontFolders, currentPaths()).c_str(), 1);
-}
-
 } // namespace
 
 std::string removeFolders(const std::vector<std::string>& folders, const std::string& paths) {
@@ -89,22 +80,31 @@ std::string prependFolders(const std::vector<std::string>& folders, const std::s
     return first + ":" + rest;
 }
 
-Front useFront(const Installation& installation, Front wanted, const std::string& display) {
+Front chooseFront(const Installation& installation, Front wanted) {
+    const std::string build = ": build it (cmake --build --preset release) or install the package";
+    const std::string searched = join(installation.searched, ", ");
     const bool vendorCanBeUsed = !installation.vendorFolders.empty() && systemHasDispatch();
-    if (wanted == Front::Glvnd && !vendorCanBeUsed)
-        throw Failure(StatusMissing,
-                      installation.vendorFolders.empty()
-                          ? std::string("the vendor library ") + vendorLibrary +
-                                " is above none of " + join(installation.searched, ", ") +
-                                ": build it (cmake --build --preset release) or install the package"
-                          : "the system has no vendor-neutral dispatch library, libGLX.so.0: "
-                            "--front=classic does without");
-    if (wanted != Front::Classic && vendorCanBeUsed) {
-        useVendorFront(installation, display);
+    if (wanted != Front::Classic && vendorCanBeUsed)
         return Front::Glvnd;
-    }
-    useClassicFront(installation);
+    if (wanted == Front::Glvnd && !installation.vendorFolders.empty())
+        throw Failure(StatusMissing, "the system has no vendor-neutral dispatch library, "
+                                     "libGLX.so.0: --front=classic does without");
+    if (wanted == Front::Glvnd)
+        throw Failure(StatusMissing, std::string("the vendor library ") + vendorLibrary +
+                                         " is above none of " + searched + build);
+    if (installation.frontFolders.empty())
+        throw Failure(StatusMissing,
+                      "the front library libGL.so.1 is in none of " + searched + build);
     return Front::Classic;
+}
+
+Front useFront(const Installation& installation, Front wanted, const std::string& display) {
+    const Front chosen = chooseFront(installation, wanted);
+    if (chosen == Front::Glvnd)
+        useVendorFront(installation, display);
+    else
+        setenv(variable, prependFolders(installation.frontFolders, currentPaths()).c_str(), 1);
+    return chosen;
 }
 
 void avoidFront(const Installation& installation) {

@@ -14,9 +14,13 @@ std::string prependFolders(const std::vector<std::string>& folders, const std::s
 // `paths` without `folders`.
 std::string removeFolders(const std::vector<std::string>& folders, const std::string& paths);
 
+// The kind of front library that is used when this one is wanted; Classic or Glvnd. Throws Failure
+// when there is no such front library.
+Front chooseFront(const Installation& installation, Front wanted);
+
 // Lets programs that are started from here load the front library, and changes no more of the
-// environment than that takes. The display is the one that they get. Returns the kind that they
-// load. Throws Failure when there is no such front library.
+// environment than that takes. The display is the one that they get; empty: the one that DISPLAY
+// names. Returns the kind that they load. Throws as chooseFront does.
 Front useFront(const Installation& installation, Front wanted, const std::string& display);
 
 // Keeps the front library out of programs that are started from here: X servers load a GL library

@@ -187,7 +187,7 @@ void Keeper::startServers(int stopDescriptor) {
 }
 
 void Keeper::startCommand() {
-    korrun::useFront(m_plan.installation);
+    korrun::useFront(m_plan.installation, korrun::Front::Auto, "");
     // What belongs to the session that korsession was called in.
     for (const char* name : {"WAYLAND_DISPLAY", "SESSION_MANAGER", "DESKTOP_STARTUP_ID", "XDG_SEAT",
                              "XDG_VTNR", "WINDOWID"})

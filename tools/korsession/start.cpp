@@ -89,7 +89,7 @@ std::string completePage(const std::string& page, const std::string& password) {
 int start(const Options& options) {
     SessionPlan plan = makePlan(options);
     // Found missing only now, it would be found missing with everything running already.
-    korrun::useFront(plan.installation);
+    korrun::chooseFront(plan.installation, korrun::Front::Auto);
     korrun::avoidFront(plan.installation);
     plan.logFolder = makeLogFolder(options.logFolder);
     const SessionFolder folder;
