@@ -17,19 +17,20 @@ Mutex::~Mutex() {
 }
 
 namespace {
-void logFailure(const char* function, const char* operation, int error) {
-    KOR_LOG_AT("KOR", LogDebug, "DEBUG", function, false, "Mutex %s operation failed (%s)\n",
-               operation, strerror(error));
+void logFailure(const char* function, const char* message, int error) {
+    KOR_LOG_AT("KOR", LogDebug, "DEBUG", function, false, message, strerror(error));
 }
 } // namespace
 
 bool Mutex::lockFailed(int error) {
-    logFailure("bool kor::Mutex::lock(const korWhereInfo&)", "lock", error);
+    logFailure("bool kor::Mutex::lock(const korWhereInfo&)", "Mutex lock operation failed (%s)\n",
+               error);
     return false;
 }
 
 bool Mutex::unlockFailed(int error) {
-    logFailure("bool kor::Mutex::unlock(const korWhereInfo&)", "unlock", error);
+    logFailure("bool kor::Mutex::unlock(const korWhereInfo&)",
+               "Mutex unlock operation failed (%s)\n", error);
     return false;
 }
 
