@@ -1,6 +1,6 @@
 // Linked with a GL library, or with libGLX and libOpenGL: two programs are made of this.
 //   linked_client [thread | secure]   thread: no GL call is made on the main thread; secure: says
-//       whether the process has raised privileges and whether our library is in it
+//       whether the process has raised privileges, whether our library is in it, and which front
 #include "drawing.h"
 
 #include <cstdio>
@@ -15,10 +15,14 @@ int drawAndTell(const kor::loading::Functions& functions) {
     const int status = kor::loading::drawAndCheck(functions);
     std::ifstream maps("/proc/self/maps");
     bool ours = false;
-    for (std::string line; std::getline(maps, line);)
+    bool classic = false;
+    for (std::string line; std::getline(maps, line);) {
         ours = ours || line.find("libGL_KOR") != std::string::npos;
-    printf("raised privileges: %s, library: %s\n", getauxval(AT_SECURE) != 0 ? "yes" : "no",
-           ours ? "yes" : "no");
+        classic = classic || line.find("kor/libGL.so.1") != std::string::npos;
+    }
+    printf("raised privileges: %s, library: %s, front: %s\n",
+           getauxval(AT_SECURE) != 0 ? "yes" : "no", ours ? "yes" : "no",
+           classic ? "classic" : "vendor");
     return status;
 }
 

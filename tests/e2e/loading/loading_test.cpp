@@ -213,6 +213,46 @@ TEST_F(TwoVendors, OneThatIsNotThereServesNothing) {
         << summary(result);
 }
 
+/// Sessions of korrun's own, with each front.
+test::CommandResult korrun(const std::string& front, const std::string& client) {
+    test::Command command;
+    command.arguments = {test::buildProgram("korrun"),
+                         "--session",
+                         "--front=" + front,
+                         "sh",
+                         "-c",
+                         "exec " KOR_LOADING_BIN_DIR "/" + client};
+    return runCommand(command, kTime);
+}
+
+void expectFront(const test::CommandResult& result, const std::string& front) {
+    EXPECT_EQ(result.status, 0) << summary(result);
+    EXPECT_NE(result.output.find("library: yes, front: " + front), std::string::npos)
+        << summary(result);
+}
+
+TEST(KorrunFronts, EachIsGivenWhenAskedFor) {
+    expectFront(korrun("glvnd", "linked_gl_client secure"), "vendor");
+    expectFront(korrun("classic", "linked_gl_client secure"), "classic");
+    expectFront(korrun("auto", "linked_gl_client secure"), "vendor");
+}
+
+TEST(KorrunFronts, AnOrdinaryDisplayWorksUnderTheVendorFrontOnly) {
+    test::XServer::Options options;
+    options.kind = test::XServer::Kind::Xvfb;
+    const test::XServer other(options);
+    // The session's authority file has the user's own entries in it, the other display's too.
+    test::XServer::authorityFile();
+    const test::CommandResult vendor =
+        korrun("glvnd", "two_displays_client \"$DISPLAY\" " + other.name());
+    EXPECT_EQ(vendor.status, 0) << summary(vendor);
+    const test::CommandResult classic =
+        korrun("classic", "two_displays_client " + other.name() + " \"$DISPLAY\"");
+    EXPECT_EQ(classic.status, 20) << summary(classic);
+    EXPECT_NE(classic.errors.find("You should install Xkor to use KOR"), std::string::npos)
+        << summary(classic);
+}
+
 /// A program that runs with the rights of a group which its user lacks. What its environment says
 /// must neither decide what is loaded nor where it writes.
 TEST(RaisedPrivileges, TheEnvironmentDecidesNothing) {
