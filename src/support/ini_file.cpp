@@ -39,6 +39,23 @@ const char* nameOf(const std::string& key) {
     return key.c_str() + key.find(keySeparator) + keySeparator.size();
 }
 
+/// What an operation says, by the reason for which it cannot be done.
+struct Complaints {
+    const char* error;
+    const char* section;
+    const char* name;
+};
+
+constexpr Complaints getComplaints = {"Cannot get value: Parser is in error state\n",
+                                      "Cannot get value: Section is empty\n",
+                                      "Cannot get value: Name is empty\n"};
+constexpr Complaints setComplaints = {"Cannot set value: Parser is in error state\n",
+                                      "Cannot set value: Section is empty\n",
+                                      "Cannot set value: Name is empty\n"};
+constexpr Complaints removeComplaints = {"Cannot remove value: Parser is in error state\n",
+                                         "Cannot remove value: Section is empty\n",
+                                         "Cannot remove value: Name is empty\n"};
+
 } // namespace
 
 struct IniFile::Private {
@@ -57,7 +74,7 @@ struct IniFile::Private {
     }
     bool parse();
     bool store(const char* section, const char* name, const char* value, bool noOverwrite);
-    bool refuses(const char* operation, const char* section, const char* name) const;
+    bool refuses(const Complaints& complaints, const char* section, const char* name) const;
     bool writeTo(FILE* stream) const;
     static int storeParsed(void* self, const char* section, const char* name, const char* value);
 };
@@ -107,18 +124,19 @@ bool IniFile::Private::store(const char* section, const char* name, const char* 
     }
 }
 
-/// True, after one complaint on stderr, when the operation ("get", "set", "remove") cannot be done.
-bool IniFile::Private::refuses(const char* operation, const char* section, const char* name) const {
-    const char* reason = nullptr;
+/// True, after one complaint on stderr, when the operation cannot be done.
+bool IniFile::Private::refuses(const Complaints& complaints, const char* section,
+                               const char* name) const {
+    const char* complaint = nullptr;
     if (error != nullptr)
-        reason = "Parser is in error state";
+        complaint = complaints.error;
     else if (isEmpty(section))
-        reason = "Section is empty";
+        complaint = complaints.section;
     else if (isEmpty(name))
-        reason = "Name is empty";
-    if (reason != nullptr)
-        fprintf(stderr, "Cannot %s value: %s\n", operation, reason);
-    return reason != nullptr;
+        complaint = complaints.name;
+    if (complaint != nullptr)
+        fputs(complaint, stderr);
+    return complaint != nullptr;
 }
 
 bool IniFile::Private::writeTo(FILE* stream) const {
@@ -185,14 +203,14 @@ bool IniFile::write(const char* fileName) {
 }
 
 const char* IniFile::getValue(const char* section, const char* name) const {
-    if (d_->refuses("get", section, name))
+    if (d_->refuses(getComplaints, section, name))
         return nullptr;
     const IniTable::Entry* entry = d_->table.find(makeKey(section, name));
     return entry != nullptr ? entry->value.c_str() : nullptr;
 }
 
 bool IniFile::setValue(const char* section, const char* name, const char* value, bool noOverwrite) {
-    if (d_->refuses("set", section, name))
+    if (d_->refuses(setComplaints, section, name))
         return false;
     if (isEmpty(value)) {
         fputs("Cannot set value: Value is empty\n", stderr);
@@ -202,7 +220,7 @@ bool IniFile::setValue(const char* section, const char* name, const char* value,
 }
 
 bool IniFile::removeValue(const char* section, const char* name) {
-    if (d_->refuses("remove", section, name))
+    if (d_->refuses(removeComplaints, section, name))
         return false;
     return d_->table.remove(makeKey(section, name));
 }
