@@ -109,7 +109,8 @@ TEST_F(ProgramTest, StaticProgramIsBypassed) {
 }
 
 TEST_F(ProgramTest, ProgramWithRaisedRightsIsBypassed) {
-    ASSERT_EQ(getuid(), 0U) << "only root can make such a program";
+    if (getuid() != 0)
+        GTEST_SKIP() << "only root can make a program that runs with another user's rights";
     const std::string program = copyOf("plain");
     EXPECT_THAT(frontOf(program), HasStatus("ok"));
     ASSERT_EQ(chown(program.c_str(), 65534, 65534), 0);
