@@ -115,6 +115,10 @@ void Watch::start() {
         // The terminal must be the command's before it runs, or its first read would stop it.
         m_terminal.give(getpid());
         m_signals.restore();
+        // From here, not from korrun: whoever looks after the command must know it before it does
+        // anything, since korrun can be killed at any moment.
+        if (m_plan.started)
+            m_plan.started(getpid());
         const int error = execute(m_plan.command);
         writeText(failed.writeEnd.get(), std::to_string(error) + "\n");
         _exit(StatusNotFound);
@@ -208,8 +212,6 @@ Deadline Watch::nextDeadline() const {
 
 CommandResult Watch::run() {
     start();
-    if (m_plan.started)
-        m_plan.started(m_group);
     const Clock::time_point begin = Clock::now();
     m_pictureAt = after(begin, m_plan.pictureAfter);
     m_endAt = after(begin, m_plan.endAfter);

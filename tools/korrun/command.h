@@ -14,7 +14,8 @@ struct CommandPlan {
     std::optional<double> pictureAfter; // seconds from the start
     std::optional<double> endAfter;     // seconds from the start
     std::function<int()> takePicture;   // runs in a process of its own and returns its status
-    std::function<void(pid_t leader)> started; // called once the command has a process group
+    // Called in the new process once it leads its process group, before it becomes the command.
+    std::function<void(pid_t leader)> started;
 };
 
 struct CommandResult {
