@@ -130,8 +130,17 @@ TEST_F(VisualQueries, OfAnUnknownAttributeOnlyTheWordIsSkipped) {
     markLog();
     // The value 9 is read as an attribute: GLX_GREEN_SIZE, which takes the next word.
     EXPECT_EQ(choose({0x7777, GLX_GREEN_SIZE, 200}), None);
-    EXPECT_TRUE(said('D', "kor_glXChooseVisual", "unknown attribute 7777"));
     EXPECT_TRUE(said('D', "kor_glXChooseVisual", "GLX_GREEN_SIZE request 200 has 8"));
+    // Once in the list as it was asked for, once for each of the two visuals held against it.
+    EXPECT_EQ(timesSaid('D', "kor_glXChooseVisual", "unknown attribute 7777"), 3U);
+}
+
+TEST_F(VisualQueries, TheOnlyMappedVisualIsChosen) {
+    appScript.visuals.erase(doubleVisual);
+    useScripts();
+    start();
+    EXPECT_EQ(choose({GLX_RGBA}), singleVisual);
+    EXPECT_EQ(kor::gl::getVisualMap().size(), 1U);
 }
 
 TEST_F(VisualQueries, ChoosingTellsItsStory) {
@@ -165,6 +174,19 @@ TEST_F(VisualQueries, GetConfigAnswersFromTheLocalVisual) {
     EXPECT_EQ(getConfig(doubleVisual, GLX_DOUBLEBUFFER), std::pair(0, 1));
     EXPECT_EQ(getConfig(singleVisual, GLX_DOUBLEBUFFER), std::pair(0, 0));
     EXPECT_EQ(getConfig(doubleVisual, GLX_VISUAL_CAVEAT_EXT), std::pair(0, GLX_NONE));
+}
+
+TEST_F(VisualQueries, GetConfigTellsItsStory) {
+    start();
+    getConfig(doubleVisual, GLX_RED_SIZE);
+    markLog();
+    getConfig(doubleVisual, GLX_RED_SIZE);
+    EXPECT_THAT(sayings("kor_glXGetConfig"),
+                ElementsAre("START", format("visual id %lx", doubleVisual),
+                            format("%lx GLX_RED_SIZE val 8", doubleVisual)));
+    markLog();
+    EXPECT_EQ(kor_glXGetConfig(app, nullptr, GLX_RED_SIZE, nullptr), GLX_BAD_VALUE);
+    EXPECT_THAT(sayings("kor_glXGetConfig"), ElementsAre("START"));
 }
 
 TEST_F(VisualQueries, GetConfigRefusesOtherAttributesWithZero) {

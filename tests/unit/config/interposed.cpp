@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <string_view>
 #include <unistd.h>
+#include <utility>
 
 namespace kor::test {
 
@@ -14,6 +15,7 @@ std::string systemFolder;
 std::string uptimeFile;
 std::optional<std::string> executableLink;
 int failingAllocations;
+std::function<void()> onAllocation;
 std::optional<timeval> timeOfDay;
 
 namespace {
@@ -61,6 +63,8 @@ void* __wrap_calloc(size_t count, size_t size) {
         --failingAllocations;
         return nullptr;
     }
+    if (onAllocation)
+        std::exchange(onAllocation, nullptr)();
     return __real_calloc(count, size);
 }
 

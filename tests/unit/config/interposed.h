@@ -1,6 +1,7 @@
 #ifndef KOR_TESTS_UNIT_CONFIG_INTERPOSED_H
 #define KOR_TESTS_UNIT_CONFIG_INTERPOSED_H
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <sys/time.h>
@@ -15,6 +16,8 @@ extern std::string uptimeFile;
 extern std::optional<std::string> executableLink;
 /// How many of the next calls of calloc find no memory.
 extern int failingAllocations;
+/// Called by the next call of calloc, once.
+extern std::function<void()> onAllocation;
 /// The time of day instead of the real one.
 extern std::optional<timeval> timeOfDay;
 

@@ -111,6 +111,39 @@ TEST_F(LogFile, HasEveryRecordAtOnceAndTheStreamStaysOpenAfterClosingTheLog) {
     EXPECT_EQ(child.status, 0);
 }
 
+TEST_F(LogFile, OfTheOneThatOpensTheLogSecondIsClosedAgainAndTheFirstStays) {
+    const ChildResult child = inChild([this] {
+        kor::test::onAllocation = [] {
+            kor_printlog("KORGL", 1, "ERROR", "f", false, "from the first");
+        };
+        if (kor_open_log())
+            return 1;
+        int streams = 0;
+        for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+            std::error_code gone;
+            if (std::filesystem::read_symlink(entry.path(), gone) ==
+                sandbox.path("logs/" + files().at(0)))
+                ++streams;
+        }
+        kor_printlog("KORGL", 1, "ERROR", "f", false, "from the second");
+        return streams == 1 ? 0 : 2;
+    });
+    EXPECT_EQ(child.status, 0);
+    EXPECT_EQ(child.errors, "");
+    ASSERT_EQ(files().size(), 1U);
+    EXPECT_THAT(sandbox.read("logs/" + files().at(0)),
+                testing::ContainsRegex("from the first\n.*from the second\n"));
+}
+
+TEST_F(LogFile, WithAnEmptyNameOfItsFolderIsNotLookedForAtAll) {
+    sandbox.unset("KOR_GL_LOG_DIR");
+    sandbox.writeSystem("[log]\ndirectory =\n");
+    kor::test::uptimeFile = sandbox.path("missing"); // whoever makes up a file's name complains
+    const ChildResult child = logOnce("message");
+    ASSERT_EQ(std::count(child.errors.begin(), child.errors.end(), '\n'), 1) << child.errors;
+    EXPECT_EQ(parseLogLine(child.errors.substr(0, child.errors.size() - 1)).message, "message");
+}
+
 TEST_F(LogFile, InAFolderThatDoesNotExistGivesStderrWithoutAnyMessage) {
     sandbox.set("KOR_GL_LOG_DIR", sandbox.path("missing"));
     const ChildResult child = logOnce("message");

@@ -6,6 +6,7 @@
 
 #include <cstring>
 #include <gtest/gtest.h>
+#include <malloc.h>
 #include <memory>
 
 using kor::conf::Settings;
@@ -266,6 +267,19 @@ TEST_F(SettingsTest, ReloadReadsTheFilesOfTheSingletonAnew) {
         return Settings::instance()->multisample == 2 && Settings::instance()->readbackInterval == 0
                    ? 0
                    : 2;
+    });
+    EXPECT_EQ(child.status, 0);
+}
+
+TEST_F(SettingsTest, ReloadGivesTheMemoryOfTheOldTextsBack) {
+    sandbox.set("KOR_GL_LOG_DIR", std::string(200, 'd'));
+    const auto child = inChild([] {
+        Settings::init();
+        Settings::reload();
+        const size_t before = mallinfo2().uordblks; // always 0 under a sanitizer
+        for (int i = 0; i < 1000; ++i)
+            Settings::reload();
+        return mallinfo2().uordblks <= before + 50'000 ? 0 : 1;
     });
     EXPECT_EQ(child.status, 0);
 }

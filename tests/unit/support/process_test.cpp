@@ -11,6 +11,11 @@ std::string thisExecutable() {
     return std::filesystem::read_symlink("/proc/self/exe").string();
 }
 
+long openFiles() {
+    const std::filesystem::directory_iterator files("/proc/self/fd");
+    return std::distance(begin(files), end(files));
+}
+
 } // namespace
 
 TEST(ProcessExe, IsThePathOfTheExecutableAndItsLength) {
@@ -45,6 +50,13 @@ TEST(ProcessName, IsTheFirstArgument) {
     korGetCurrentProcessName(buffer, sizeof buffer);
     EXPECT_EQ(std::filesystem::path(buffer).filename(),
               std::filesystem::path(thisExecutable()).filename());
+}
+
+TEST(ProcessName, LeavesNoFileOpen) {
+    const long before = openFiles();
+    char buffer[64];
+    korGetCurrentProcessName(buffer, sizeof buffer);
+    EXPECT_EQ(openFiles(), before);
 }
 
 TEST(ProcessName, StopsAtSizeMinusOneCharacters) {

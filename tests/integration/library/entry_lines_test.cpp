@@ -1,0 +1,62 @@
+// What every entry point says first: it is by these lines that a log is read.
+
+#include "fixture.h"
+
+#include <map>
+
+namespace {
+
+struct EntryPoint {
+    const char* name;
+    void (*callWithZeros)();
+};
+
+template <auto entryPoint> struct WithZeros;
+template <typename Result, typename... Arguments, Result (*entryPoint)(Arguments...)>
+struct WithZeros<entryPoint> {
+    static void call() { entryPoint(Arguments{}...); }
+};
+
+constexpr EntryPoint entryPoints[] = {
+#define KOR_ENTRY(name) {#name, WithZeros<&kor_##name>::call},
+#include "core/entry_points.def"
+#undef KOR_ENTRY
+};
+
+/// Those that say something else than "START" when all their arguments are zero. Three say nothing
+/// before they have looked at an argument.
+const std::map<std::string, std::string> otherLines = {
+    {"glXCreateContext", "nothing"},
+    {"glXCreateContextAttribsARB", "fbconfig 0"},
+    {"glXCreateGLXPixmap", "nothing"},
+    {"glXCreateNewContext", "fbconfig 0, render type 0"},
+    {"glXCreatePixmap", "fbconfig 0"},
+    {"glXCreatePbuffer", "fbconfig 0"},
+    {"glXCreateGLXPbufferSGIX", "fbconfig 0"},
+    {"glXFreeContextEXT", "nothing"},
+    {"glXMakeCurrent", "drawable: 0, context: 0"},
+    {"glXMakeContextCurrent", "drawable: 0, read drawable 0, context: 0"},
+    {"glXSwapBuffers", "drawable 0"},
+    {"glXUseXFont", "Font 0, [0, 0], base: 0"},
+    {"glXGetClientString", "querying 0"},
+    {"glXQueryServerString", "querying 0"},
+    {"glXGetProcAddress", "procname: "},
+    {"glRenderMode", "mode: UNKNOWN (0x0)"},
+    {"glViewport", "0 0 0 0"},
+};
+
+class EntryLines : public Library {};
+
+} // namespace
+
+TEST_F(EntryLines, EveryEntryPointTellsThatItWasCalled) {
+    start();
+    for (const EntryPoint& entryPoint : entryPoints) {
+        markLog();
+        entryPoint.callWithZeros();
+        const std::vector<std::string> said = sayings(std::string("kor_") + entryPoint.name);
+        const auto other = otherLines.find(entryPoint.name);
+        const std::string expected = other != otherLines.end() ? other->second : "START";
+        EXPECT_EQ(said.empty() ? "nothing" : said[0], expected) << entryPoint.name;
+    }
+}
