@@ -2,7 +2,7 @@
 // failures, lengths that are wrong, and connections that break in the middle of a reply.
 
 #include "input.h"
-#include "scripted_server.h"
+#include "../framework/scripted_server.h"
 
 #include "display/kor_ext.h"
 #include "display/kor_ext_protocol.h"
@@ -15,7 +15,7 @@ namespace protocol = kor::gl::protocol;
 
 namespace {
 
-kor::fuzz::ScriptedServer* server;
+kor::test::ScriptedServer* server;
 Display* display;
 XExtCodes* codes;
 bool broken;
@@ -27,7 +27,7 @@ void open() {
     XSetIOErrorExitHandler(
         display, [](Display* /*dpy*/, void* /*user*/) { broken = true; }, nullptr);
     codes = XInitExtension(display, protocol::extensionName);
-    require(codes != nullptr && codes->major_opcode == kor::fuzz::ScriptedServer::majorOpcode,
+    require(codes != nullptr && codes->major_opcode == kor::test::ScriptedServer::majorOpcode,
             "the scripted server has the extension");
 }
 
@@ -78,7 +78,7 @@ void askForWindow(const std::vector<uint8_t>& answer, bool withVisible) {
 } // namespace
 
 extern "C" int LLVMFuzzerInitialize(int* /*count*/, char*** /*arguments*/) {
-    server = new kor::fuzz::ScriptedServer;
+    server = new kor::test::ScriptedServer;
     XSetErrorHandler([](Display* /*dpy*/, XErrorEvent* /*error*/) {
         ++handledErrors;
         return 0;

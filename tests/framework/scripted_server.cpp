@@ -1,15 +1,17 @@
 #include "scripted_server.h"
 
-#include "input.h"
-
 #include <X11/X.h>
 #include <X11/Xproto.h>
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <sys/socket.h>
 #include <sys/un.h>
+#include <thread>
 #include <unistd.h>
 
-namespace kor::fuzz {
+namespace kor::test {
 
 namespace {
 
@@ -37,6 +39,9 @@ bool writeAll(int connection, const void* memory, size_t size) {
     return true;
 }
 
+/// A fuzzer sends millions.
+constexpr size_t maxRequestsKept = 10000;
+
 /// The greeting: one screen with one visual.
 std::vector<uint8_t> greeting() {
     xConnSetupPrefix prefix{};
@@ -57,18 +62,18 @@ std::vector<uint8_t> greeting() {
     format.depth = 24;
     format.bitsPerPixel = 32;
     format.scanLinePad = 32;
-    root.windowId = 0x100;
+    root.windowId = ScriptedServer::rootWindow;
     root.defaultColormap = 0x101;
     root.pixWidth = 640;
     root.pixHeight = 480;
     root.minInstalledMaps = 1;
     root.maxInstalledMaps = 1;
-    root.rootVisualID = 0x21;
+    root.rootVisualID = ScriptedServer::rootVisual;
     root.rootDepth = 24;
     root.nDepths = 1;
     depth.depth = 24;
     depth.nVisuals = 1;
-    visual.visualID = 0x21;
+    visual.visualID = ScriptedServer::rootVisual;
     visual.c_class = 4; // TrueColor
     visual.bitsPerRGB = 8;
     visual.colormapEntries = 256;
@@ -95,19 +100,32 @@ std::vector<uint8_t> greeting() {
 
 ScriptedServer::ScriptedServer() {
     // An abstract socket leaves no file behind, and is where Xlib looks first. The number is beyond
-    // any that a server picks for itself.
-    const int number = 1000000 + getpid();
+    // any that a server picks for itself, and that of no other process or object.
+    static std::atomic<int> made{0};
+    const int number = 10000000 * ++made + getpid();
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     const int length =
         snprintf(address.sun_path + 1, sizeof address.sun_path - 1, "/tmp/.X11-unix/X%d", number);
     const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + length);
     listener_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    require(bind(listener_, reinterpret_cast<sockaddr*>(&address), size) == 0 &&
-                listen(listener_, 1) == 0,
-            "the scripted server can listen");
+    if (bind(listener_, reinterpret_cast<sockaddr*>(&address), size) != 0 ||
+        listen(listener_, 16) != 0) {
+        perror("the scripted server cannot listen");
+        abort();
+    }
     name_ = ":" + std::to_string(number);
     std::thread([this] { serve(); }).detach();
+}
+
+void ScriptedServer::setAnswer(std::vector<uint8_t> answer) {
+    const std::lock_guard lock(mutex_);
+    answer_ = std::move(answer);
+}
+
+std::vector<std::vector<uint8_t>> ScriptedServer::requests() const {
+    const std::lock_guard lock(mutex_);
+    return requests_;
 }
 
 void ScriptedServer::serve() {
@@ -115,8 +133,10 @@ void ScriptedServer::serve() {
         const int connection = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
         if (connection < 0)
             return;
-        serveConnection(connection);
-        close(connection);
+        std::thread([this, connection] {
+            serveConnection(connection);
+            close(connection);
+        }).detach();
     }
 }
 
@@ -137,13 +157,13 @@ void ScriptedServer::serveConnection(int connection) {
         bytes.resize(header.length * 4U);
         memcpy(bytes.data(), &header, sizeof header);
         if (!readAll(connection, bytes.data() + sizeof header, bytes.size() - sizeof header) ||
-            !answerRequest(connection, bytes.data(), sequence))
+            !answerRequest(connection, bytes, sequence))
             return;
     }
 }
 
-bool ScriptedServer::answerRequest(int connection, const uint8_t* request,
-                                   uint16_t sequence) const {
+bool ScriptedServer::answerRequest(int connection, const std::vector<uint8_t>& request,
+                                   uint16_t sequence) {
     xGenericReply reply{};
     reply.type = X_Reply;
     reply.sequenceNumber = sequence;
@@ -152,7 +172,8 @@ bool ScriptedServer::answerRequest(int connection, const uint8_t* request,
         xQueryExtensionReply answer{};
         answer.type = X_Reply;
         answer.sequenceNumber = sequence;
-        const bool ours = memcmp(request + sz_xQueryExtensionReq, "KOR-V1", 6) == 0;
+        const bool ours = request.size() >= sz_xQueryExtensionReq + 6 &&
+                          memcmp(&request[sz_xQueryExtensionReq], "KOR-V1", 6) == 0;
         answer.present = ours ? xTrue : xFalse;
         answer.major_opcode = ours ? majorOpcode : 0;
         return writeAll(connection, &answer, sz_xQueryExtensionReply);
@@ -161,7 +182,13 @@ bool ScriptedServer::answerRequest(int connection, const uint8_t* request,
     case X_GetInputFocus:
         return writeAll(connection, &reply, sz_xGenericReply);
     case majorOpcode: {
-        std::vector<uint8_t> answer = answer_;
+        std::vector<uint8_t> answer;
+        {
+            const std::lock_guard lock(mutex_);
+            if (requests_.size() < maxRequestsKept)
+                requests_.push_back(request);
+            answer = answer_;
+        }
         if (answer.size() >= 4)
             memcpy(&answer[2], &sequence, sizeof sequence);
         if (answer.size() >= sz_xError && answer[0] == X_Error)
@@ -179,4 +206,4 @@ bool ScriptedServer::answerRequest(int connection, const uint8_t* request,
     }
 }
 
-} // namespace kor::fuzz
+} // namespace kor::test

@@ -1,0 +1,271 @@
+// The linker sends every call of these functions that this program's objects make to __wrap_NAME
+// (see CMakeLists.txt).
+#include "interposed.h"
+
+#include <X11/Xlibint.h>
+#include <X11/Xutil.h>
+#undef min
+#undef max
+#include <arpa/inet.h>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <mutex>
+#include <netdb.h>
+#include <pthread.h>
+#include <sys/ipc.h>
+#include <sys/shm.h>
+#include <unistd.h>
+
+namespace kor::test {
+
+Fault initExtension, openDisplay;
+Fault createGc, getVisualInfo, createImage, getImage;
+Fault shmQueryExtension, shmCreateImage, shmAttach, shmPutImage;
+Fault shmGet, shmAt;
+Fault queryFont, getFontProperty, getAtomName, loadQueryFont;
+Fault setSpecific;
+std::atomic<size_t> failingAllocation{0};
+std::function<void(Display*)> beforeCreateImage;
+std::function<void(XShmSegmentInfo*)> beforeShmAttach;
+const std::map<std::string, Host>* resolver;
+const char* hostName;
+std::vector<std::string> lookups;
+std::atomic<void (*)(pthread_mutex_t*)> afterLock{nullptr};
+std::atomic<void (*)(pthread_mutex_t*)> beforeUnlock{nullptr};
+
+namespace {
+
+std::mutex recordMutex;
+bool recording = false;
+std::vector<std::string> calls;
+
+void note(const std::string& call) {
+    const std::lock_guard lock(recordMutex);
+    if (recording)
+        calls.push_back(call);
+}
+
+std::string text(const char* name, const std::string& argument) {
+    return std::string(name) + "(" + argument + ")";
+}
+
+/// The answer in the form of the resolver's; valid until the next one.
+hostent* answer(const std::string& asked) {
+    static Host host;
+    static std::vector<char*> aliases;
+    static hostent entry;
+    lookups.push_back(asked);
+    const auto found = resolver->find(asked);
+    if (found == resolver->end())
+        return nullptr;
+    host = found->second;
+    aliases.clear();
+    for (std::string& alias : host.aliases)
+        aliases.push_back(alias.data());
+    aliases.push_back(nullptr);
+    entry.h_name = host.name.data();
+    entry.h_aliases = aliases.data();
+    return &entry;
+}
+
+} // namespace
+
+void record() {
+    const std::lock_guard lock(recordMutex);
+    recording = true;
+    calls.clear();
+}
+
+std::vector<std::string> recorded() {
+    const std::lock_guard lock(recordMutex);
+    return calls;
+}
+
+/// Defines __wrap_NAME for a function that gives failure when it strikes.
+#define FAILING(result, name, fault, failure, parameters, arguments)                               \
+    result __real_##name parameters;                                                               \
+    result __wrap_##name parameters {                                                              \
+        note(#name);                                                                               \
+        if ((fault).strikes())                                                                     \
+            return failure;                                                                        \
+        return __real_##name arguments;                                                            \
+    }
+
+// Visible, since the linker takes references of shared libraries for references to these.
+#pragma GCC visibility push(default)
+
+extern "C" {
+
+FAILING(XExtCodes*, XInitExtension, initExtension, nullptr, (Display * display, const char* name),
+        (display, name))
+FAILING(Display*, XOpenDisplay, openDisplay, nullptr, (const char* name), (name))
+FAILING(GC, XCreateGC, createGc, nullptr,
+        (Display * display, Drawable drawable, unsigned long mask, XGCValues* values),
+        (display, drawable, mask, values))
+FAILING(XVisualInfo*, XGetVisualInfo, getVisualInfo, nullptr,
+        (Display * display, long mask, XVisualInfo* wanted, int* count),
+        (display, mask, wanted, count))
+FAILING(XImage*, XGetImage, getImage, nullptr,
+        (Display * display, Drawable drawable, int x, int y, unsigned width, unsigned height,
+         unsigned long mask, int form),
+        (display, drawable, x, y, width, height, mask, form))
+FAILING(Bool, XShmQueryExtension, shmQueryExtension, False, (Display * display), (display))
+FAILING(XImage*, XShmCreateImage, shmCreateImage, nullptr,
+        (Display * display, Visual* visual, unsigned depth, int form, char* data,
+         XShmSegmentInfo* info, unsigned width, unsigned height),
+        (display, visual, depth, form, data, info, width, height))
+FAILING(Bool, XShmPutImage, shmPutImage, False,
+        (Display * display, Drawable drawable, GC gc, XImage* image, int fromX, int fromY, int x,
+         int y, unsigned width, unsigned height, Bool event),
+        (display, drawable, gc, image, fromX, fromY, x, y, width, height, event))
+FAILING(XFontStruct*, XQueryFont, queryFont, nullptr, (Display * display, XID font),
+        (display, font))
+FAILING(Bool, XGetFontProperty, getFontProperty, False,
+        (XFontStruct * font, Atom atom, unsigned long* value), (font, atom, value))
+FAILING(char*, XGetAtomName, getAtomName, nullptr, (Display * display, Atom atom), (display, atom))
+FAILING(XFontStruct*, XLoadQueryFont, loadQueryFont, nullptr, (Display * display, const char* name),
+        (display, name))
+FAILING(int, pthread_setspecific, setSpecific, ENOMEM, (pthread_key_t key, const void* value),
+        (key, value))
+
+XImage* __real_XCreateImage(Display*, Visual*, unsigned, int, int, char*, unsigned, unsigned, int,
+                            int);
+XImage* __wrap_XCreateImage(Display* display, Visual* visual, unsigned depth, int form, int offset,
+                            char* data, unsigned width, unsigned height, int pad, int line) {
+    note(text("XCreateImage", "pad " + std::to_string(pad) + ", line " + std::to_string(line)));
+    if (createImage.strikes())
+        return nullptr;
+    if (beforeCreateImage)
+        beforeCreateImage(display);
+    return __real_XCreateImage(display, visual, depth, form, offset, data, width, height, pad,
+                               line);
+}
+
+Bool __real_XShmAttach(Display*, XShmSegmentInfo*);
+Bool __wrap_XShmAttach(Display* display, XShmSegmentInfo* info) {
+    note("XShmAttach");
+    if (shmAttach.strikes())
+        return False;
+    if (beforeShmAttach)
+        beforeShmAttach(info);
+    return __real_XShmAttach(display, info);
+}
+
+Bool __real_XShmDetach(Display*, XShmSegmentInfo*);
+Bool __wrap_XShmDetach(Display* display, XShmSegmentInfo* info) {
+    note("XShmDetach");
+    return __real_XShmDetach(display, info);
+}
+
+int __real_XPutImage(Display*, Drawable, GC, XImage*, int, int, int, int, unsigned, unsigned);
+int __wrap_XPutImage(Display* display, Drawable drawable, GC gc, XImage* image, int fromX,
+                     int fromY, int x, int y, unsigned width, unsigned height) {
+    note("XPutImage");
+    return __real_XPutImage(display, drawable, gc, image, fromX, fromY, x, y, width, height);
+}
+
+int __real_XSync(Display*, Bool);
+int __wrap_XSync(Display* display, Bool discard) {
+    note(text("XSync", discard ? "True" : "False"));
+    return __real_XSync(display, discard);
+}
+
+int __real_XFlush(Display*);
+int __wrap_XFlush(Display* display) {
+    note("XFlush");
+    return __real_XFlush(display);
+}
+
+XErrorHandler __real_XSetErrorHandler(XErrorHandler);
+XErrorHandler __wrap_XSetErrorHandler(XErrorHandler handler) {
+    note("XSetErrorHandler");
+    return __real_XSetErrorHandler(handler);
+}
+
+int __real_shmget(key_t, size_t, int);
+int __wrap_shmget(key_t key, size_t size, int flags) {
+    char mode[16];
+    snprintf(mode, sizeof mode, "0%o", static_cast<unsigned>(flags));
+    note(text("shmget", std::string(key == IPC_PRIVATE ? "private" : "shared") + ", " +
+                            std::to_string(size) + ", " + mode));
+    if (shmGet.strikes()) {
+        errno = ENOSPC;
+        return -1;
+    }
+    return __real_shmget(key, size, flags);
+}
+
+void* __real_shmat(int, const void*, int);
+void* __wrap_shmat(int segment, const void* address, int flags) {
+    note("shmat");
+    if (shmAt.strikes()) {
+        errno = EMFILE;
+        return reinterpret_cast<void*>(-1);
+    }
+    return __real_shmat(segment, address, flags);
+}
+
+int __real_shmdt(const void*);
+int __wrap_shmdt(const void* address) {
+    note("shmdt");
+    return __real_shmdt(address);
+}
+
+int __real_shmctl(int, int, shmid_ds*);
+int __wrap_shmctl(int segment, int command, shmid_ds* state) {
+    note(text("shmctl", command == IPC_RMID ? "IPC_RMID" : std::to_string(command)));
+    return __real_shmctl(segment, command, state);
+}
+
+void* __real_malloc(size_t);
+void* __wrap_malloc(size_t size) {
+    if (size != 0 && size == failingAllocation.load(std::memory_order_relaxed))
+        return nullptr;
+    return __real_malloc(size);
+}
+
+hostent* __real_gethostbyname(const char*);
+hostent* __wrap_gethostbyname(const char* name) {
+    return resolver != nullptr ? answer(name) : __real_gethostbyname(name);
+}
+
+hostent* __real_gethostbyaddr(const void*, socklen_t, int);
+hostent* __wrap_gethostbyaddr(const void* address, socklen_t size, int family) {
+    if (resolver == nullptr)
+        return __real_gethostbyaddr(address, size, family);
+    char dotted[INET_ADDRSTRLEN] = "";
+    if (size == 4)
+        inet_ntop(family, address, dotted, sizeof dotted);
+    return answer(std::string("address ") + dotted);
+}
+
+int __real_gethostname(char*, size_t);
+int __wrap_gethostname(char* buffer, size_t size) {
+    if (hostName == nullptr)
+        return __real_gethostname(buffer, size);
+    if (hostName[0] == '\0' || strlen(hostName) >= size)
+        return -1;
+    memcpy(buffer, hostName, strlen(hostName) + 1);
+    return 0;
+}
+
+int __real_pthread_mutex_lock(pthread_mutex_t*);
+int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex) {
+    const int result = __real_pthread_mutex_lock(mutex);
+    if (auto* told = afterLock.load(std::memory_order_relaxed))
+        told(mutex);
+    return result;
+}
+
+int __real_pthread_mutex_unlock(pthread_mutex_t*);
+int __wrap_pthread_mutex_unlock(pthread_mutex_t* mutex) {
+    if (auto* told = beforeUnlock.load(std::memory_order_relaxed))
+        told(mutex);
+    return __real_pthread_mutex_unlock(mutex);
+}
+}
+
+#pragma GCC visibility pop
+
+} // namespace kor::test

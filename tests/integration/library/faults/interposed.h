@@ -1,0 +1,69 @@
+#ifndef KOR_TESTS_LIBRARY_FAULTS_INTERPOSED_H
+#define KOR_TESTS_LIBRARY_FAULTS_INTERPOSED_H
+
+#include <X11/Xlib.h>
+#include <X11/extensions/XShm.h>
+#include <atomic>
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+/// The calls that the library makes of Xlib and of the system, led through this program (see
+/// CMakeLists.txt): each can be made to fail, and the ones of the painter are recorded.
+namespace kor::test {
+
+/// Lets the next calls of one function fail. What is not armed passes through. Any thread.
+class Fault {
+  public:
+    void arm(int times = 1) { times_ = times; }
+    /// True when this call has to fail.
+    bool strikes() {
+        int left = times_.load();
+        while (left > 0 && !times_.compare_exchange_weak(left, left - 1)) {
+        }
+        return left > 0;
+    }
+    bool spent() const { return times_ == 0; }
+
+  private:
+    std::atomic<int> times_{0};
+};
+
+extern Fault initExtension, openDisplay;
+extern Fault createGc, getVisualInfo, createImage, getImage;
+extern Fault shmQueryExtension, shmCreateImage, shmAttach, shmPutImage;
+extern Fault shmGet, shmAt;
+extern Fault queryFont, getFontProperty, getAtomName, loadQueryFont;
+extern Fault setSpecific;
+
+/// malloc of exactly this size fails; 0: none.
+extern std::atomic<size_t> failingAllocation;
+
+/// Called with the connection before XCreateImage and XShmAttach have their effect.
+extern std::function<void(Display*)> beforeCreateImage;
+extern std::function<void(XShmSegmentInfo*)> beforeShmAttach;
+
+/// The recorded calls since recording began: names, and of arguments what matters.
+void record();
+std::vector<std::string> recorded();
+
+/// What a resolver knows: official name and aliases by name asked for. While it is set, it answers
+/// instead of the system's; what it lacks is unknown. Addresses are asked for as "a.b.c.d".
+struct Host {
+    std::string name;
+    std::vector<std::string> aliases;
+};
+extern const std::map<std::string, Host>* resolver;
+/// What gethostname tells; null: the system's. The empty text makes it fail.
+extern const char* hostName;
+/// The names and addresses that were asked for.
+extern std::vector<std::string> lookups;
+
+/// Called on every thread after a mutex was taken, and before it is released.
+extern std::atomic<void (*)(pthread_mutex_t*)> afterLock;
+extern std::atomic<void (*)(pthread_mutex_t*)> beforeUnlock;
+
+} // namespace kor::test
+
+#endif
