@@ -1,8 +1,8 @@
 // The client of "KOR-V1" through Xlib, against a server that answers with any bytes: errors,
 // failures, lengths that are wrong, and connections that break in the middle of a reply.
 
-#include "input.h"
 #include "../framework/scripted_server.h"
+#include "input.h"
 
 #include "display/kor_ext.h"
 #include "display/kor_ext_protocol.h"
