@@ -20,22 +20,22 @@ using kor::gl::TSD;
 
 namespace {
 
+/// What setCurrent and its helper sign their records with.
+constexpr const char* setCurrentFunction =
+    "void setCurrent(kor::gl::TSD*, GLXContext, kor::gl::DrawableInfo*, kor::gl::DrawableInfo*)";
+
 /// Takes the thread's old context out of use. Returns its record when the application has destroyed
 /// the context in the meantime: it has left the map and is to be deleted without the lock.
 ContextInfo* leaveContext(GLXContext ctx) {
     ContextInfo* record = kor::gl::findContext(ctx);
     if (record == nullptr) {
-        KOR_LOG_AT("KORGL", kor::LogWarning, "WARNING",
-                   "void setCurrent(kor::gl::TSD*, GLXContext, kor::gl::DrawableInfo*, "
-                   "kor::gl::DrawableInfo*)",
-                   false, "context %x not found in the map.", handleText(ctx));
+        KOR_LOG_AT("KORGL", kor::LogWarning, "WARNING", setCurrentFunction, false,
+                   "context %x not found in the map.", handleText(ctx));
         return nullptr;
     }
     if (record->destroyed) {
-        KOR_LOG_AT("KORGL", kor::LogDebug, "DEBUG",
-                   "void setCurrent(kor::gl::TSD*, GLXContext, kor::gl::DrawableInfo*, "
-                   "kor::gl::DrawableInfo*)",
-                   false, "context %x removed from the map.", handleText(ctx));
+        KOR_LOG_AT("KORGL", kor::LogDebug, "DEBUG", setCurrentFunction, false,
+                   "context %x removed from the map.", handleText(ctx));
         kor::gl::getContextMap().remove(ctx);
         return record;
     }

@@ -35,6 +35,14 @@ class TSD {
     DrawableInfo* currentReadDrawable = nullptr;
     GLXContext currentContext = nullptr;   // as the application holds it; null: none current
     GLXContext throwawayContext = nullptr; // a spare local context; never destroyed on purpose
+
+    /// The last answer of the pairing of displays, which is asked at every call: good as long as
+    /// the thread's application display is the same and no pair has been changed since.
+    struct {
+        Display* appDisplay = nullptr;
+        Display* localDisplay = nullptr;
+        unsigned generation = 0;
+    } lastPair;
 };
 
 } // namespace gl

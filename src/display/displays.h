@@ -20,6 +20,12 @@ bool _setupAppDisplay(Display* dpy, kor::gl::TSD* tsd);
 /// all threads; null when it cannot be had. Owned by the map.
 Display* _getLocalDisplay(kor::gl::TSD* tsd);
 
+/// Both of the above, as most entry points begin: the local connection for a call on dpy, or null
+/// when the thread cannot work on dpy or there is none.
+inline Display* localDisplayFor(Display* dpy, kor::gl::TSD* tsd) {
+    return _setupAppDisplay(dpy, tsd) ? _getLocalDisplay(tsd) : nullptr;
+}
+
 /// Held around every Xlib and GLX call on a local connection, for that call only.
 kor::Mutex& getLocalDisplayMutex();
 

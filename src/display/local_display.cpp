@@ -7,6 +7,7 @@
 #include "support/bucket_map.h"
 #include "support/log.h"
 
+#include <atomic>
 #include <cstdlib>
 #include <cstring>
 
@@ -23,19 +24,33 @@ class DisplayMap {
         Display** local = map_.find(appDpy);
         return local != nullptr ? *local : nullptr;
     }
+    /// The same for the thread's application display, without the lock as long as the thread's last
+    /// answer holds: every entry point comes by here.
+    Display* find(TSD& tsd) {
+        const unsigned generation = generation_.load(std::memory_order_acquire);
+        if (tsd.lastPair.appDisplay == tsd.appDisplay && tsd.lastPair.generation == generation)
+            return tsd.lastPair.localDisplay;
+        Display* local = find(tsd.appDisplay);
+        if (local != nullptr)
+            tsd.lastPair = {tsd.appDisplay, local, generation};
+        return local;
+    }
     void set(Display* appDpy, Display* local) {
         const kor::Lock lock(mutex_);
         if (Display** slot = map_.findOrInsert(appDpy))
             *slot = local;
+        generation_.fetch_add(1, std::memory_order_release);
     }
     void remove(Display* appDpy) {
         const kor::Lock lock(mutex_);
         map_.remove(appDpy);
+        generation_.fetch_add(1, std::memory_order_release);
     }
 
   private:
     kor::Mutex mutex_;
     kor::BucketMap<Display*, Display*> map_;
+    std::atomic<unsigned> generation_{1}; // changes with the table; never 0, a new thread's value
 };
 
 DisplayMap& displayMap() {
@@ -91,7 +106,7 @@ Display* _getLocalDisplay(TSD* tsd) {
         return nullptr;
     if (tsd->appDisplay == nullptr) {
         KOR_ERROR("appdpy not found for current thread");
-    } else if (Display* local = displayMap().find(tsd->appDisplay)) {
+    } else if (Display* local = displayMap().find(*tsd)) {
         return local;
     }
     const char* name = getLocalDisplayName(tsd);

@@ -43,9 +43,7 @@ GLXPbuffer kor_glXCreatePbuffer(Display* dpy, GLXFBConfig config, const int* att
     for (const int* pair = attribs; pair != nullptr && *pair != 0; pair += 2)
         KOR_DEBUG("attr, value: %s (%d), %d", attributeName(pair[0]), pair[0], pair[1]);
     kor::gl::TSD* tsd = getTSD();
-    if (!_setupAppDisplay(dpy, tsd))
-        return None;
-    Display* local = _getLocalDisplay(tsd);
+    Display* local = localDisplayFor(dpy, tsd);
     if (local == nullptr)
         return None;
     LocalVisualInfo* mapping = _getLVI(dpy, config, tsd);
@@ -65,9 +63,7 @@ GLXPbufferSGIX kor_glXCreateGLXPbufferSGIX(Display* dpy, GLXFBConfigSGIX config,
                                            unsigned int height, int* attribs) {
     KOR_DEBUG("fbconfig %x", handleText(config));
     kor::gl::TSD* tsd = getTSD();
-    if (!_setupAppDisplay(dpy, tsd))
-        return None;
-    Display* local = _getLocalDisplay(tsd);
+    Display* local = localDisplayFor(dpy, tsd);
     if (local == nullptr)
         return None;
     LocalVisualInfo* mapping = _getLVI(dpy, config, tsd);

@@ -64,9 +64,7 @@ GLXPixmap createPixmap(Display* dpy, Display* local, LocalVisualInfo* mapping, G
 GLXPixmap kor_glXCreatePixmap(Display* dpy, GLXFBConfig config, Pixmap pixmap, const int* attribs) {
     KOR_DEBUG("fbconfig %x", handleText(config));
     kor::gl::TSD* tsd = getTSD();
-    if (!_setupAppDisplay(dpy, tsd))
-        return None;
-    Display* local = _getLocalDisplay(tsd);
+    Display* local = localDisplayFor(dpy, tsd);
     if (local == nullptr)
         return None;
     const PixmapGeometry geometry = geometryOf(dpy, pixmap);
@@ -87,9 +85,7 @@ GLXPixmap kor_glXCreateGLXPixmap(Display* dpy, XVisualInfo* vis, Pixmap pixmap) 
         return None;
     KOR_DEBUG("visual id %x", static_cast<unsigned>(vis->visualid));
     kor::gl::TSD* tsd = getTSD();
-    if (!_setupAppDisplay(dpy, tsd))
-        return None;
-    Display* local = _getLocalDisplay(tsd);
+    Display* local = localDisplayFor(dpy, tsd);
     if (local == nullptr)
         return None;
     const PixmapGeometry geometry = geometryOf(dpy, pixmap);

@@ -62,7 +62,7 @@ int kor_glXQueryGLXPbufferSGIX(Display* dpy, GLXPbufferSGIX pbuffer, int attribu
     KOR_DEBUG("START");
     if (value == nullptr)
         return 0;
-    Display* local = _setupAppDisplay(dpy, nullptr) ? _getLocalDisplay(nullptr) : nullptr;
+    Display* local = localDisplayFor(dpy, nullptr);
     if (local == nullptr) {
         *value = 0;
         return 0;

@@ -69,9 +69,7 @@ GLXFBConfig* kor_glXChooseFBConfig(Display* dpy, int /*screen*/, const int* attr
                                    int* nelements) {
     KOR_DEBUG("START");
     kor::gl::TSD* tsd = getTSD();
-    if (!_setupAppDisplay(dpy, tsd))
-        return nullptr;
-    Display* local = _getLocalDisplay(tsd);
+    Display* local = localDisplayFor(dpy, tsd);
     if (local == nullptr)
         return nullptr;
     logRequest(attribList);
