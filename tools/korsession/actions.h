@@ -9,5 +9,6 @@ int start(const Options& options);
 int list();
 int stop(const Options& options);
 int attach(const Options& options);
+int run(const Options& options); // returns only by throwing: it becomes the command
 
 } // namespace korsession

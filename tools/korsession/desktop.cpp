@@ -39,4 +39,11 @@ std::vector<std::string> findDesktop() {
                           "openbox or xfce4, or give a command");
 }
 
+void leaveCallersSession() {
+    for (const char* name : {"WAYLAND_DISPLAY", "SESSION_MANAGER", "DESKTOP_STARTUP_ID", "XDG_SEAT",
+                             "XDG_VTNR", "WINDOWID"})
+        unsetenv(name);
+    setenv("XDG_SESSION_TYPE", "x11", 1);
+}
+
 } // namespace korsession

@@ -9,4 +9,7 @@ namespace korsession {
 // is.
 std::vector<std::string> findDesktop();
 
+// Takes out of the environment what belongs to the session that korsession was called in.
+void leaveCallersSession();
+
 } // namespace korsession

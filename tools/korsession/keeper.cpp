@@ -2,6 +2,7 @@
 
 #include "authority.h"
 #include "children.h"
+#include "desktop.h"
 #include "environment.h"
 #include "failure.h"
 #include "pipe_text.h"
@@ -184,15 +185,12 @@ void Keeper::startServers(int stopDescriptor) {
     setenv("DISPLAY", (":" + m_application->number() + ".0").c_str(), 1);
     setenv("XAUTHORITY", authority.c_str(), 1);
     setenv("KOR_GL_DISPLAY", glDisplay.c_str(), 1);
+    m_facts[factGlDisplay] = glDisplay;
 }
 
 void Keeper::startCommand() {
     korrun::useFront(m_plan.installation, korrun::Front::Auto, "");
-    // What belongs to the session that korsession was called in.
-    for (const char* name : {"WAYLAND_DISPLAY", "SESSION_MANAGER", "DESKTOP_STARTUP_ID", "XDG_SEAT",
-                             "XDG_VTNR", "WINDOWID"})
-        unsetenv(name);
-    setenv("XDG_SESSION_TYPE", "x11", 1);
+    leaveCallersSession();
     const FileDescriptor output = openLog(log("command.log"));
     std::vector<std::string> texts = m_plan.command;
     std::vector<char*> arguments;

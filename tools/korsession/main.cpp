@@ -8,7 +8,7 @@ using namespace korsession;
 
 namespace {
 
-int run(const Options& options) {
+int act(const Options& options) {
     switch (options.action) {
     case Action::Help:
         std::fputs(helpText(), stdout);
@@ -24,6 +24,8 @@ int run(const Options& options) {
         return stop(options);
     case Action::Attach:
         return attach(options);
+    case Action::Run:
+        return run(options);
     }
     return korrun::StatusUsage;
 }
@@ -34,7 +36,7 @@ int main(int count, char** arguments) {
     std::signal(SIGXFSZ, SIG_IGN); // a file that may not grow is to be reported
     std::signal(SIGPIPE, SIG_IGN);
     try {
-        return run(parseOptions({arguments + 1, arguments + count}));
+        return act(parseOptions({arguments + 1, arguments + count}));
     } catch (const korrun::Failure& failure) {
         std::fprintf(stderr, "korsession: %s\n", failure.what());
         return failure.exitStatus();

@@ -104,6 +104,21 @@ void readStartOptions(Options& options, const std::vector<std::string>& argument
         refuse("--web and --no-web exclude each other");
 }
 
+void readRunArguments(Options& options, const std::vector<std::string>& arguments) {
+    std::size_t begin = 1;
+    if (begin < arguments.size() && arguments[begin].starts_with(':'))
+        options.session = readDisplay("run", arguments[begin++]);
+    if (begin < arguments.size() && arguments[begin] == "--")
+        ++begin;
+    else if (begin < arguments.size() && arguments[begin].starts_with('-'))
+        refuse("unknown option " + arguments[begin]);
+    options.command.assign(arguments.begin() + static_cast<std::ptrdiff_t>(begin), arguments.end());
+    if (options.command.empty())
+        refuse("run wants a command");
+    if (options.command[0].empty())
+        refuse("the command has an empty name");
+}
+
 void readSessionName(Options& options, const std::vector<std::string>& arguments) {
     for (std::size_t i = 1; i < arguments.size(); ++i) {
         if (arguments[i] == "--all" && options.action == Action::Stop)
@@ -124,7 +139,7 @@ void readSessionName(Options& options, const std::vector<std::string>& arguments
 Options parseOptions(const std::vector<std::string>& arguments) {
     Options options;
     if (arguments.empty())
-        refuse("what to do? start, list, stop or attach");
+        refuse("what to do? start, list, run, attach or stop");
     const std::string& verb = arguments[0];
     const bool wantsHelp = std::any_of(
         arguments.begin(), std::find(arguments.begin(), arguments.end(), "--"),
@@ -134,6 +149,9 @@ Options parseOptions(const std::vector<std::string>& arguments) {
     } else if (verb == "start" && !(arguments.size() == 2 && wantsHelp)) {
         options.action = Action::Start;
         readStartOptions(options, arguments);
+    } else if (verb == "run" && !(arguments.size() == 2 && wantsHelp)) {
+        options.action = Action::Run;
+        readRunArguments(options, arguments);
     } else if (wantsHelp) {
         options.action = Action::Help;
     } else if (verb == "list" || verb == "stop" || verb == "attach") {
@@ -144,7 +162,7 @@ Options parseOptions(const std::vector<std::string>& arguments) {
             refuse("list takes no arguments");
         readSessionName(options, arguments);
     } else {
-        refuse("\"" + verb + "\" is none of start, list, stop and attach");
+        refuse("\"" + verb + "\" is none of start, list, run, attach and stop");
     }
     return options;
 }
@@ -152,8 +170,9 @@ Options parseOptions(const std::vector<std::string>& arguments) {
 const char* helpText() {
     return R"(use: korsession start [options] [COMMAND [ARGS]]
      korsession list
-     korsession stop [:N | --all]
+     korsession run [:N] COMMAND [ARGS]
      korsession attach [:N]
+     korsession stop [:N | --all]
 
 Keeps whole sessions: an X server, a desktop or COMMAND whose programs render on
 the GPU's display, and a way to look at it. A session outlives the shell that
@@ -175,6 +194,8 @@ options of start:
   --log-dir DIR        where logs go (default: $XDG_STATE_HOME/kor/sessions/...)
 
 Without COMMAND the first desktop or window manager that is installed is run.
+"run" runs COMMAND in a session that is there already; "attach" shows one in a
+VNC viewer. Without :N the only session is meant.
 Statuses: 1 no such session, or it does not stop; 2 wrong options; 3 something is
 missing or does not start; 127 COMMAND was not found.
 )";

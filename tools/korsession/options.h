@@ -6,7 +6,7 @@
 
 namespace korsession {
 
-enum class Action { Help, Version, Start, List, Stop, Attach };
+enum class Action { Help, Version, Start, List, Stop, Attach, Run };
 
 // What the command line asks for.
 struct Options {
@@ -23,9 +23,11 @@ struct Options {
     bool insecure = false; // no password
     bool web = true;
     std::optional<std::string> logFolder;
-    std::vector<std::string> command; // empty: the first desktop that is installed
 
-    // stop and attach
+    // start and run
+    std::vector<std::string> command; // start, empty: the first desktop that is installed
+
+    // stop, attach and run
     std::optional<std::string> session; // ":N"
     bool all = false;                   // stop every session
 };

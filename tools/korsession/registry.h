@@ -17,12 +17,13 @@ namespace korsession {
 
 // What is told of a session once it is ready, by name; see the constants.
 using Facts = std::map<std::string, std::string>;
-constexpr const char* factDisplay = "display";   // ":7"
-constexpr const char* factVnc = "vnc";           // host::port
-constexpr const char* factPage = "page";         // without it there is no page
-constexpr const char* factLogs = "logs";         // folder
-constexpr const char* factCommand = "command";   // as text
-constexpr const char* factPassword = "password"; // file; without it there is none
+constexpr const char* factDisplay = "display";      // ":7"
+constexpr const char* factVnc = "vnc";              // host::port
+constexpr const char* factPage = "page";            // without it there is no page
+constexpr const char* factLogs = "logs";            // folder
+constexpr const char* factCommand = "command";      // as text
+constexpr const char* factGlDisplay = "gl-display"; // ":0.0"
+constexpr const char* factPassword = "password";    // file; without it there is none
 
 // The folder of a session that is being started.
 class SessionFolder {

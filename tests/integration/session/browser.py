@@ -140,3 +140,14 @@ def png_rows(data):
         rows.append([tuple(line[i:i + 3]) for i in range(0, stride, size)])
         previous = line
     return rows
+
+
+def gears_in(rows):
+    """How many points of each gear's colour there are."""
+    counts = [0, 0, 0]
+    for row in rows:
+        for colour in row:
+            strongest = max(range(3), key=lambda channel: colour[channel])
+            if colour[strongest] > 100 and sum(colour) - colour[strongest] < colour[strongest] / 2:
+                counts[strongest] += 1
+    return counts

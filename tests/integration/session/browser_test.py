@@ -2,22 +2,11 @@
 """A real browser opens a session's page, and shows the gears that turn in the session."""
 import unittest
 
-from browser import ARGUMENTS, Page
+from browser import ARGUMENTS, Page, gears_in
 from session_test import SessionTest, Started
 from xkor import wait_until
 
 WIDTH, HEIGHT = 1100, 800
-
-
-def gears_in(rows):
-    """How many points of each gear's colour there are."""
-    counts = [0, 0, 0]
-    for row in rows:
-        for colour in row:
-            strongest = max(range(3), key=lambda channel: colour[channel])
-            if colour[strongest] > 100 and sum(colour) - colour[strongest] < colour[strongest] / 2:
-                counts[strongest] += 1
-    return counts
 
 
 class Browser(SessionTest):

@@ -107,6 +107,27 @@ class Life(SessionTest):
         self.assertIn("TESSERA KOR-GL", output.read_text())
         self.assertIn(f"name of display: {session.display}", output.read_text())
 
+    def test_programs_are_run_in_a_session_that_is_there(self):
+        session = self.start_session("sleep", "600")
+        # As from a shell of another session.
+        elsewhere = {"DISPLAY": ":59", "XAUTHORITY": "/no/such/file", "KOR_GL_DISPLAY": ":59",
+                     "WAYLAND_DISPLAY": "wayland-9"}
+        result = self.korsession("run", "glxinfo", "-B", environment=elsewhere)
+        self.assertEqual(result.returncode, 0, result.stderr)
+        self.assertIn(f"name of display: {session.display}", result.stdout)
+        self.assertIn("TESSERA s.r.l.", self.korsession("run", "--", "glxinfo").stdout)
+        result = self.korsession("run", session.display, "sh", "-c",
+                                 'echo "<$WAYLAND_DISPLAY> $XDG_SESSION_TYPE"; exit 7',
+                                 environment=elsewhere)
+        self.assertEqual((result.returncode, result.stdout), (7, "<> x11\n"))
+        other = self.start_session("--no-web", "sleep", "600")
+        self.assertEqual(self.korsession("run", "true").returncode, 1)
+        result = self.korsession("run", other.display, "sh", "-c", "echo $DISPLAY")
+        self.assertEqual(result.stdout, f"{other.display}\n")
+        missing = self.korsession("run", other.display, "/no/such/program")
+        self.assertEqual(missing.returncode, 127)
+        self.assertRegex(missing.stderr, r"\Akorsession: [^\n]*/no/such/program[^\n]*\n\Z")
+
     def test_outlives_the_shell_that_started_it(self):
         shell = self.start("sh", "-c", f"{BIN}/korsession start sleep 600; sleep 600",
                            start_new_session=True)
@@ -284,6 +305,17 @@ class BadInput(SessionTest):
                 ("one session at a time", ("stop", ":1", ":2")),
                 ("exclude", ("stop", ":1", "--all")),
                 ("unknown option", ("attach", "--all")),
+                ("one session at a time", ("attach", ":1", ":2")),
+                ("attach takes a display", ("attach", "here")),
+                ("stop takes a display", ("stop", "")),
+                ("stop takes a display", ("stop", ":123456")),
+                ("takes no arguments", ("list", "--watch")),
+                ("run wants a command", ("run",)),
+                ("run wants a command", ("run", ":1")),
+                ("run wants a command", ("run", ":1", "--")),
+                ("run takes a display", ("run", ":x", "true")),
+                ("unknown option --now", ("run", "--now", "true")),
+                ("empty name", ("run", "")),
         ):
             self.refused(2, part, *arguments)
 
@@ -292,6 +324,9 @@ class BadInput(SessionTest):
         self.refused(3, "display :59 ", "start", "--gl-display", ":59", "sleep", "1")
         self.refused(1, "no session is running", "stop")
         self.refused(1, "no session is running", "attach")
+        self.refused(1, "no session is running", "run", "true")
+        self.refused(1, "no session runs on :7", "attach", "7")
+        self.refused(1, "no session runs on :7", "run", ":7", "true")
         self.refused(1, "no session runs on :7", "stop", ":7")
         self.refused(3, "cannot be read: No such file", "start", "--password",
                      self.folder / "missing", "sleep", "1")
