@@ -1,9 +1,10 @@
 #include "elf_file.h"
 
+#include <algorithm>
 #include <cstring>
 #include <elf.h>
 #include <fcntl.h>
-#include <fstream>
+#include <string_view>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -54,6 +55,8 @@ class MappedFile {
         const void* end = memchr(begin, 0, m_size - offset);
         return end == nullptr ? "" : std::string(begin, static_cast<const char*>(end));
     }
+
+    std::string_view all() const { return {static_cast<const char*>(m_bytes), m_size}; }
 
   private:
     void* m_bytes = MAP_FAILED;
@@ -164,6 +167,22 @@ std::optional<ElfFile> readElf(const std::string& path) {
     elf.bits = wide ? 64 : 32;
     const bool complete = wide ? Reader<Elf64>(file).read(elf) : Reader<Elf32>(file).read(elf);
     return complete ? std::optional(elf) : std::nullopt;
+}
+
+std::vector<std::string> pathsWithin(const std::string& path, const std::string& name) {
+    const MappedFile file(path);
+    const std::string_view bytes = file.all();
+    const std::string ending = "/" + name + std::string(1, '\0');
+    std::vector<std::string> paths;
+    for (size_t at = bytes.find(ending); at != std::string_view::npos;
+         at = bytes.find(ending, at + 1)) {
+        const size_t zero = bytes.rfind('\0', at);
+        const size_t begin = zero == std::string_view::npos ? 0 : zero + 1;
+        const std::string_view text = bytes.substr(begin, at + ending.size() - 1 - begin);
+        if (text.front() == '/' && std::find(paths.begin(), paths.end(), text) == paths.end())
+            paths.emplace_back(text);
+    }
+    return paths;
 }
 
 } // namespace kordoctor

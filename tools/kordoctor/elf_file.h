@@ -22,4 +22,8 @@ struct ElfFile {
 // Reads the file; nothing when it is none, or damaged.
 std::optional<ElfFile> readElf(const std::string& path);
 
+// The texts in the file that are nothing but the absolute path of a file of that name: what it may
+// open by itself. Each once, in their order.
+std::vector<std::string> pathsWithin(const std::string& path, const std::string& name);
+
 } // namespace kordoctor
