@@ -57,12 +57,15 @@ class InstallationTest : public DoctorTest {
         return {result.status, result.output, result.errors};
     }
     /// The check of 32-bit libraries alone.
-    kordoctor::Check check32(const std::string& loader) const {
+    Finding check32(const std::string& loader) const {
         kordoctor::Facts facts;
-        return kordoctor::runSection(kordoctor::installationSection(
-                                         korrun::findInstallation(path("bin/korrun")), loader),
-                                     facts)
-            .at(1);
+        const kordoctor::Check check =
+            kordoctor::runSection(kordoctor::installationSection(
+                                      korrun::findInstallation(path("bin/korrun")), loader),
+                                  facts)
+                .at(1);
+        EXPECT_EQ(check.id, "libraries-32-bit");
+        return {nameOf(check.verdict), check.result, check.advice};
     }
 };
 
@@ -121,20 +124,20 @@ TEST_F(InstallationTest, PartWithoutVersionIsNamed) {
 TEST_F(InstallationTest, Libraries32BitAreLookedForWhereTheyAreNeeded) {
     unsetenv("LD_LIBRARY_PATH");
     const std::string loader = put("ld-linux.so.2", "x");
-    EXPECT_EQ(check32(path("no-loader")).verdict, kordoctor::Verdict::Ok);
+    EXPECT_THAT(check32(path("no-loader")), HasStatus("ok"));
     EXPECT_THAT(check32(path("no-loader")).result, HasSubstr("nor can this machine"));
 
     put("gl32/libGL.so.1", library32());
     setenv("LD_LIBRARY_PATH", path("gl32").c_str(), 1);
-    const kordoctor::Check missing = check32(loader);
-    EXPECT_EQ(missing.verdict, kordoctor::Verdict::Warning);
+    const Finding missing = check32(loader);
+    EXPECT_THAT(missing, HasStatus("warning"));
     EXPECT_THAT(missing.result, HasSubstr("get the system's OpenGL"));
     EXPECT_THAT(missing.advice, HasSubstr("32-bit package"));
 
     put("lib/i386-linux-gnu/kor/libGL.so.1", library32());
-    EXPECT_EQ(check32(loader).verdict, kordoctor::Verdict::Broken) << "the front alone is no use";
+    EXPECT_THAT(check32(loader), HasStatus("broken")) << "the front alone is no use";
     put("lib/i386-linux-gnu/kor/libkor-sysgl.so", library32());
     put("lib/i386-linux-gnu/libGL_KOR.so", library32());
-    EXPECT_EQ(check32(loader).verdict, kordoctor::Verdict::Ok) << check32(loader).result;
+    EXPECT_THAT(check32(loader), HasStatus("ok"));
     EXPECT_THAT(check32(loader).result, HasSubstr("i386-linux-gnu/kor/libGL.so.1"));
 }
