@@ -12,7 +12,8 @@ namespace kor::gl {
 DrawableInfo::DrawableInfo(LocalDrawableType type, unsigned long appDrawable, GLXFBConfig fbconfig,
                            Display* appDisplay, int x, int y, unsigned width, unsigned height)
     : type(type), appDrawable(appDrawable), appDisplay(appDisplay), fbconfig(fbconfig), x_(x),
-      y_(y), width_(width), height_(height), painter(newPainter(appDrawable)) {}
+      y_(y), width_(width), height_(height), statistics(newFrameStatistics()),
+      painter(newPainter(appDrawable)) {}
 
 DrawableInfo::~DrawableInfo() {
     release();

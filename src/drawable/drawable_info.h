@@ -8,9 +8,11 @@
 #include "visual/visual_map.h"
 
 #include <atomic>
+#include <memory>
 
 namespace kor::gl {
 
+class FrameStatistics;
 class ReadbackContext;
 class XImagePainter;
 
@@ -95,6 +97,8 @@ class DrawableInfo {
 
   private:
     void releaseLocalObjects(Display* local);
+    /// A frame was finished that nobody could have seen.
+    void countHiddenFrame();
     /// The readback context with a reference of the caller's own, or null.
     ReadbackContext* holdReadbackContext();
 
@@ -115,7 +119,8 @@ class DrawableInfo {
     Relaxed<int> frameCount{0};            // since the last rate report
     Relaxed<uint64_t> lastFpsReport{0};    // milliseconds; 0: never
     Relaxed<bool> pbufferNeedsUpdate{true};
-    XImagePainter* painter; // owned; the copyback thread's
+    const std::shared_ptr<FrameStatistics> statistics; // shared with the readback context
+    XImagePainter* painter;                            // owned; the copyback thread's
 
     std::atomic<bool> released_{false};
     std::atomic<int> names_{1}; // the maker's, then the registry's

@@ -22,6 +22,10 @@ template <typename T> class Relaxed {
     }
     operator T() const { return load(); }
     T load() const { return value_.load(std::memory_order_relaxed); }
+    /// Replaces the value if it is the expected one; false otherwise.
+    bool replace(T expected, T value) {
+        return value_.compare_exchange_strong(expected, value, std::memory_order_relaxed);
+    }
     void store(T value) { value_.store(value, std::memory_order_relaxed); }
 
   private:

@@ -97,7 +97,7 @@ void CopybackThread::svc() {
         KOR_WARNING("Could not open the copyback display");
         return;
     }
-    openStatisticsPage();
+    ensureStatisticsPage();
     while (!copyback_->checkStop())
         copyback_->doCopyback(display);
     XImagePainter::connectionCloses();

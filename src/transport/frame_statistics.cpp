@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <fcntl.h>
+#include <mutex>
 #include <new>
 #include <sys/mman.h>
 #include <unistd.h>
@@ -12,7 +13,7 @@ namespace kor::gl {
 
 namespace {
 
-StatisticsPage* page = nullptr; // the copyback thread's; never unmapped
+std::atomic<StatisticsPage*> page{nullptr}; // never unmapped
 
 /// A file of its own in the folder that the environment names; -1 where that names none, or there
 /// is no room: a mapping of a file that cannot grow would end the process.
@@ -45,6 +46,25 @@ int memoryFile() {
     return file;
 }
 
+/// Takes a line that is free, or else that of the window that has ended first; null when all are in
+/// use. Several threads may look for one at the same time.
+StatisticsLine* takeLine(StatisticsPage& page) {
+    for (StatisticsLine& line : page.lines)
+        if (line.state == StatisticsLine::Free &&
+            line.state.replace(StatisticsLine::Free, StatisticsLine::Taken))
+            return &line;
+    while (true) {
+        StatisticsLine* oldest = nullptr;
+        for (StatisticsLine& line : page.lines)
+            if (line.state == StatisticsLine::Ended &&
+                (oldest == nullptr || line.last < oldest->last))
+                oldest = &line;
+        if (oldest == nullptr ||
+            oldest->state.replace(StatisticsLine::Ended, StatisticsLine::Taken))
+            return oldest;
+    }
+}
+
 } // namespace
 
 void openStatisticsPage() {
@@ -60,16 +80,25 @@ void openStatisticsPage() {
         close(file);
         return;
     }
-    page = new (memory) StatisticsPage;
-    page->process = static_cast<uint32_t>(getpid());
-    page->timingBudget = named ? timeAllFrames : 0;
-    page->magic = statisticsMagic;
+    auto* const made = new (memory) StatisticsPage;
+    made->process = static_cast<uint32_t>(getpid());
+    made->timingBudget = named ? timeAllFrames : 0;
+    made->magic = statisticsMagic;
+    page.store(made, std::memory_order_release);
+}
+
+void ensureStatisticsPage() {
+    static std::once_flag once;
+    std::call_once(once, [] {
+        if (page.load(std::memory_order_acquire) == nullptr)
+            openStatisticsPage();
+    });
 }
 
 FrameStatistics::~FrameStatistics() {
     // From here on another window may get the line.
-    if (line_ != nullptr)
-        line_->state = StatisticsLine::Ended;
+    if (StatisticsLine* line = line_.load(std::memory_order_acquire))
+        line->state = StatisticsLine::Ended;
 }
 
 uint64_t FrameStatistics::now() {
@@ -78,69 +107,75 @@ uint64_t FrameStatistics::now() {
     return static_cast<uint64_t>(time.tv_sec) * 1'000'000'000 + static_cast<uint64_t>(time.tv_nsec);
 }
 
-/// A line that is free, or else that of the window that has ended first; null when all are in use.
-/// Only the copyback thread takes lines.
-StatisticsLine* FrameStatistics::claimLine(Window window) {
-    if (page == nullptr)
-        return nullptr;
-    StatisticsLine* chosen = nullptr;
-    for (StatisticsLine& line : page->lines) {
-        if (line.state == StatisticsLine::Free) {
-            chosen = &line;
-            break;
-        }
-        if (line.state == StatisticsLine::Ended && (chosen == nullptr || line.last < chosen->last))
-            chosen = &line;
+bool FrameStatistics::claimLine(Window window) {
+    if (claimed_.exchange(true, std::memory_order_relaxed))
+        return false;
+    ensureStatisticsPage();
+    StatisticsPage* const shown = page.load(std::memory_order_acquire);
+    StatisticsLine* const line = shown == nullptr ? nullptr : takeLine(*shown);
+    if (line == nullptr)
+        return false;
+    line->strategy = StatisticsLine::Unknown;
+    for (auto* size : {&line->width, &line->height})
+        *size = 0;
+    for (auto* counter :
+         {&line->painted, &line->timed, &line->readbackNanoseconds, &line->paintingNanoseconds})
+        *counter = 0;
+    line->window = window;
+    line->rendered = rendered_;
+    line->dropped = dropped_;
+    line->hidden = hidden_.load(std::memory_order_relaxed);
+    line->begun = now();
+    line->last = line->begun;
+    line->state = StatisticsLine::Live;
+    line_.store(line, std::memory_order_release);
+    return true;
+}
+
+void FrameStatistics::sized(int width, int height) {
+    if (StatisticsLine* line = line_.load(std::memory_order_acquire)) {
+        line->width = static_cast<uint32_t>(width);
+        line->height = static_cast<uint32_t>(height);
     }
-    if (chosen == nullptr)
-        return nullptr;
-    *chosen = StatisticsLine();
-    chosen->window = window;
-    chosen->rendered = rendered_;
-    chosen->dropped = dropped_;
-    chosen->begun = chosen->last = now();
-    chosen->state = StatisticsLine::Live;
-    return chosen;
 }
 
 void FrameStatistics::begins(Window window) {
-    if (!claimed_) {
-        claimed_ = true;
-        line_ = claimLine(window);
-    }
+    claimLine(window);
     timing_ = false;
-    if (line_ == nullptr)
+    StatisticsPage* const shown = page.load(std::memory_order_acquire);
+    if (line_.load(std::memory_order_acquire) == nullptr)
         return;
-    const uint32_t budget = page->timingBudget;
+    const uint32_t budget = shown->timingBudget;
     if (budget == 0)
         return;
     if (budget != timeAllFrames)
-        page->timingBudget = budget - 1;
+        shown->timingBudget = budget - 1;
     timing_ = true;
     beganAt_ = now();
 }
 
 void FrameStatistics::painted(int width, int height, bool sharedMemory) {
     ++painted_;
-    if (line_ == nullptr)
+    StatisticsLine* const line = line_.load(std::memory_order_acquire);
+    if (line == nullptr)
         return;
-    line_->painted = painted_;
-    line_->width = static_cast<uint32_t>(width);
-    line_->height = static_cast<uint32_t>(height);
-    line_->strategy = sharedMemory ? StatisticsLine::SharedMemory : StatisticsLine::PlainRequests;
+    line->painted = painted_;
+    line->width = static_cast<uint32_t>(width);
+    line->height = static_cast<uint32_t>(height);
+    line->strategy = sharedMemory ? StatisticsLine::SharedMemory : StatisticsLine::PlainRequests;
     if (!timing_)
         return;
     const uint64_t end = now();
-    line_->readbackNanoseconds = line_->readbackNanoseconds + (transferredAt_ - beganAt_);
-    line_->paintingNanoseconds = line_->paintingNanoseconds + (end - transferredAt_);
-    line_->timed = line_->timed + 1;
-    line_->last = end;
+    line->readbackNanoseconds = line->readbackNanoseconds + (transferredAt_ - beganAt_);
+    line->paintingNanoseconds = line->paintingNanoseconds + (end - transferredAt_);
+    line->timed = line->timed + 1;
+    line->last = end;
 }
 
 void FrameStatistics::failed() {
     ++dropped_;
-    if (line_ != nullptr)
-        line_->dropped = dropped_;
+    if (StatisticsLine* line = line_.load(std::memory_order_acquire))
+        line->dropped = dropped_;
 }
 
 } // namespace kor::gl

@@ -4,17 +4,20 @@
 #include "transport/statistics_page.h"
 
 #include <X11/X.h>
+#include <atomic>
 #include <cstdint>
 
 namespace kor::gl {
 
-/// Makes the process's page of counters. Called once, by the copyback thread before its first
-/// frame. Where the page cannot be had nothing is counted.
+/// Makes a page of counters for the process, in place of the one before. Where the page cannot be
+/// had nothing is counted.
 void openStatisticsPage();
+/// Makes the process's page, at the first call. Any thread.
+void ensureStatisticsPage();
 
 /// Counts the frames of one window in the process's page, on behalf of whoever looks at it. Costs a
 /// few stores a frame: no lock, no system call, and the clock is read only while somebody watches.
-/// Guarded by the copy lock of its readback context.
+/// Shared by the window's record and its readback context, whose copy lock guards all but hidden().
 class FrameStatistics {
   public:
     FrameStatistics() = default;
@@ -28,11 +31,23 @@ class FrameStatistics {
         ++rendered_;
         if (previousPending)
             ++dropped_;
-        if (line_ != nullptr) {
-            line_->rendered = rendered_;
-            line_->dropped = dropped_;
+        if (StatisticsLine* line = line_.load(std::memory_order_acquire)) {
+            line->rendered = rendered_;
+            line->dropped = dropped_;
         }
     }
+
+    /// A frame was finished while the window was hidden. Any application thread, without a lock.
+    /// True the first time that the window is counted at all: its size is not known yet.
+    bool hidden(Window window) {
+        const uint64_t count = hidden_.fetch_add(1, std::memory_order_relaxed) + 1;
+        const bool first = !claimed_.load(std::memory_order_relaxed) && claimLine(window);
+        if (StatisticsLine* line = line_.load(std::memory_order_acquire))
+            line->hidden = count;
+        return first;
+    }
+    /// Says the window's size, in pixels, before its first painting.
+    void sized(int width, int height);
 
     // The copyback thread's, in this order.
     /// The transfer of a frame begins.
@@ -49,11 +64,13 @@ class FrameStatistics {
 
   private:
     static uint64_t now(); // nanoseconds
-    StatisticsLine* claimLine(Window window);
+    /// Takes a line for the window, once. False when it was done before or there is none.
+    bool claimLine(Window window);
 
-    StatisticsLine* line_ = nullptr; // none before the window's first painting, or without a page
-    bool claimed_ = false;           // a line was asked for
-    bool timing_ = false;            // this frame is timed
+    std::atomic<StatisticsLine*> line_{nullptr}; // none before the first frame, or without a page
+    std::atomic<bool> claimed_{false};           // a line was asked for
+    std::atomic<uint64_t> hidden_{0};
+    bool timing_ = false; // this frame is timed
     uint64_t rendered_ = 0;
     uint64_t painted_ = 0;
     uint64_t dropped_ = 0;

@@ -86,7 +86,7 @@ bool ReadbackContext::performGPUReadback(int width, int height) {
     fence_ = system_glFenceSync(GL_SYNC_GPU_COMMANDS_COMPLETE, 0);
     system_glBindTexture(GL_TEXTURE_RECTANGLE, 0);
     system_glFlush(); // so that the fence reaches the GPU
-    statistics_.rendered(framePending_);
+    statistics_->rendered(framePending_);
     framePending_ = true;
     return true;
 }
@@ -111,15 +111,15 @@ void ReadbackContext::copyToAppDisplay(Display* display, XImagePainter* painter,
     transferWidth_ = width_;
     transferHeight_ = height_;
     destinationBuffer_ = painter->getBuffer();
-    statistics_.begins(painter->window());
+    statistics_->begins(painter->window());
     work_.V(korWhereInfo{});
     done_.P(korWhereInfo{});
-    statistics_.transferred();
+    statistics_->transferred();
     if (transferSucceeded_) {
         painter->draw(display, width_, height_);
-        statistics_.painted(width_, height_, painter->usesSharedMemory());
+        statistics_->painted(width_, height_, painter->usesSharedMemory());
     } else {
-        statistics_.failed();
+        statistics_->failed();
     }
     destinationBuffer_ = nullptr;
     framePending_ = false;

@@ -51,6 +51,11 @@ class ReadbackContext {
     /// own.
     void copyToAppDisplay(Display* display, XImagePainter* painter, VisualID visual);
 
+    /// Where its frames are counted: in the record's counters. Before the first frame.
+    void countIn(std::shared_ptr<FrameStatistics> statistics) {
+        statistics_ = std::move(statistics);
+    }
+
     int refCount() const { return refCount_.load(); }
     bool framePending();
 
@@ -72,7 +77,7 @@ class ReadbackContext {
     int width_ = 0;                                      // extent of the pending frame
     int height_ = 0;
     bool framePending_ = false;
-    FrameStatistics statistics_;
+    std::shared_ptr<FrameStatistics> statistics_ = std::make_shared<FrameStatistics>();
     Mutex copyLock_; // guards all of the above but the first four, and the transfer below
     Thread<ReadbackContext> thread_;
     Mutex exitLock_; // guards the next one

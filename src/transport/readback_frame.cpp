@@ -5,6 +5,7 @@
 #include "support/log.h"
 #include "support/process.h"
 #include "transport/copyback.h"
+#include "transport/frame_statistics.h"
 #include "transport/readback_context.h"
 
 #include <unistd.h>
@@ -68,6 +69,7 @@ void DrawableInfo::readback() {
         return;
     if (!isVisible()) {
         KOR_DEBUG("window not visible");
+        countHiddenFrame();
         return;
     }
     Display* local = _getLocalDisplay(nullptr);
@@ -105,6 +107,14 @@ void DrawableInfo::readback() {
     lastReadbackTime = korGetCurrentTime();
     checkForResize();
     KOR_DEBUG("DONE");
+}
+
+void DrawableInfo::countHiddenFrame() {
+    if (type != WindowDrawable || !statistics->hidden(appDrawable))
+        return;
+    IRect rect;
+    getGeometry(&rect);
+    statistics->sized(rect.width, rect.height);
 }
 
 ReadbackContext* DrawableInfo::holdReadbackContext() {

@@ -63,6 +63,7 @@ bool DrawableInfo::setupReadbackContexts() {
 
     auto* context = new ReadbackContext;
     context->ref();
+    context->countIn(statistics);
     if (!context->setSharedContext(local, fbconfig, readContext, dummyPbuffer))
         KOR_WARNING("Failed to set readback context");
     // Published complete. After a recreation the one before is overwritten and leaks: the copyback

@@ -1,4 +1,5 @@
 #include "drawable/transport_operations.h"
+#include "transport/frame_statistics.h"
 #include "transport/readback_context.h"
 #include "transport/ximage_painter.h"
 
@@ -10,6 +11,10 @@ XImagePainter* newPainter(Window window) {
 
 void deletePainter(XImagePainter* painter) {
     delete painter;
+}
+
+std::shared_ptr<FrameStatistics> newFrameStatistics() {
+    return std::make_shared<FrameStatistics>();
 }
 
 void unrefReadbackContext(ReadbackContext* context) {

@@ -71,7 +71,7 @@ korrun::FileDescriptor openPage(pid_t process) {
             return file;
     }
     refuse(process, hasLoadedLibrary(process)
-                        ? "it has not shown a frame yet"
+                        ? "it has not finished a frame yet"
                         : "it does not use KOR-GL (see kordoctor -- PROGRAM); or it is the parent "
                           "of one that does");
 }
@@ -81,6 +81,7 @@ struct Rates {
     double rendered; // frames a second
     double painted;
     double dropped;
+    double hidden;
     double readback; // milliseconds a frame; negative when none was timed
     double painting;
 };
@@ -97,6 +98,7 @@ Rates ratesOf(const WindowStatistics& now, const WindowStatistics& before, doubl
             rate(&WindowStatistics::rendered),
             rate(&WindowStatistics::painted),
             rate(&WindowStatistics::dropped),
+            rate(&WindowStatistics::hidden),
             time(&WindowStatistics::readbackNanoseconds),
             time(&WindowStatistics::paintingNanoseconds)};
 }
@@ -127,19 +129,19 @@ std::string milliseconds(double value, const char* none) {
 }
 
 void printText(const std::vector<Rates>& rates) {
-    std::printf("%-12s %-11s %-16s %10s %9s %9s %11s %11s\n", "window", "size", "painted by",
-                "rendered/s", "painted/s", "dropped/s", "readback ms", "painting ms");
+    std::printf("%-12s %-11s %-16s %10s %9s %9s %9s %11s %11s\n", "window", "size", "painted by",
+                "rendered/s", "painted/s", "dropped/s", "hidden/s", "readback ms", "painting ms");
     for (const Rates& r : rates) {
         char window[32];
         std::snprintf(window, sizeof window, "0x%llx",
                       static_cast<unsigned long long>(r.now.window));
         const std::string size = std::to_string(r.now.width) + "x" + std::to_string(r.now.height);
-        std::printf("%-12s %-11s %-16s %10.1f %9.1f %9.1f %11s %11s\n", window, size.c_str(),
-                    r.now.strategy.c_str(), r.rendered, r.painted, r.dropped,
+        std::printf("%-12s %-11s %-16s %10.1f %9.1f %9.1f %9.1f %11s %11s\n", window, size.c_str(),
+                    r.now.strategy.c_str(), r.rendered, r.painted, r.dropped, r.hidden,
                     milliseconds(r.readback, "-").c_str(), milliseconds(r.painting, "-").c_str());
     }
     if (rates.empty())
-        std::puts("no window is shown");
+        std::puts("no window is there");
 }
 
 void printJson(pid_t process, const std::vector<Rates>& rates) {
@@ -147,11 +149,11 @@ void printJson(pid_t process, const std::vector<Rates>& rates) {
     const char* separator = "";
     for (const Rates& r : rates) {
         std::printf("%s{\"window\": %llu, \"width\": %u, \"height\": %u, \"strategy\": %s, "
-                    "\"rendered\": %.1f, \"painted\": %.1f, \"dropped\": %.1f, "
+                    "\"rendered\": %.1f, \"painted\": %.1f, \"dropped\": %.1f, \"hidden\": %.1f, "
                     "\"readbackMilliseconds\": %s, \"paintingMilliseconds\": %s}",
                     separator, static_cast<unsigned long long>(r.now.window), r.now.width,
                     r.now.height, jsonString(r.now.strategy).c_str(), r.rendered, r.painted,
-                    r.dropped, milliseconds(r.readback, "null").c_str(),
+                    r.dropped, r.hidden, milliseconds(r.readback, "null").c_str(),
                     milliseconds(r.painting, "null").c_str());
         separator = ", ";
     }

@@ -41,6 +41,7 @@ WindowStatistics describe(const StatisticsLine& line) {
     window.height = line.height;
     window.strategy = strategyName(line.strategy);
     window.rendered = line.rendered;
+    window.hidden = line.hidden;
     window.painted = line.painted;
     window.dropped = line.dropped;
     window.timed = line.timed;
@@ -63,12 +64,14 @@ std::string reportOf(pid_t process, const WindowStatistics& window) {
     char text[512];
     std::snprintf(text, sizeof text,
                   "process %d, window 0x%llx, %ux%u, %s, %.1f s: rendered %llu (%.1f/s), "
-                  "painted %llu (%.1f/s), dropped %llu, readback %.2f ms, painting %.2f ms",
+                  "painted %llu (%.1f/s), dropped %llu, hidden %llu, readback %.2f ms, "
+                  "painting %.2f ms",
                   static_cast<int>(process), static_cast<unsigned long long>(window.window),
                   window.width, window.height, window.strategy.c_str(), window.seconds,
                   static_cast<unsigned long long>(window.rendered), perSecond(window.rendered),
                   static_cast<unsigned long long>(window.painted), perSecond(window.painted),
                   static_cast<unsigned long long>(window.dropped),
+                  static_cast<unsigned long long>(window.hidden),
                   milliseconds(window.readbackNanoseconds),
                   milliseconds(window.paintingNanoseconds));
     return text;
@@ -124,7 +127,7 @@ std::vector<std::string> StatisticsFolder::report() const {
     }
     std::sort(lines.begin(), lines.end());
     if (lines.empty())
-        lines.emplace_back("no frame was painted");
+        lines.emplace_back("no frame was finished");
     return lines;
 }
 

@@ -8,20 +8,21 @@
 
 namespace korrun {
 
-// What became of one window's frames since the window was first painted.
+// What became of one window's frames.
 struct WindowStatistics {
     uint64_t window = 0;
     bool ended = false; // the window is gone
     unsigned width = 0; // pixels
     unsigned height = 0;
     std::string strategy; // "shared memory", "plain requests" or "not painted yet"
-    uint64_t rendered = 0;
+    uint64_t rendered = 0; // while the window could be seen
+    uint64_t hidden = 0;   // while it could not
     uint64_t painted = 0;
     uint64_t dropped = 0;
     uint64_t timed = 0; // frames of which the next two are the sums
     uint64_t readbackNanoseconds = 0;
     uint64_t paintingNanoseconds = 0;
-    double seconds = 0; // from the first painting to the last one that was timed
+    double seconds = 0; // from the first frame to the last one that was timed
 };
 
 struct ProcessStatistics {

@@ -98,6 +98,39 @@ TEST_F(StatisticsTest, StrategyInUseIsTold) {
                 HasSubstr("200x100     plain requests"));
 }
 
+TEST_F(StatisticsTest, FramesOfHiddenWindowsAreCounted) {
+    Child covered(gears());
+    ASSERT_TRUE(showsFrames(covered.process())) << covered.errors();
+    Command above = gears();
+    above.arguments = {"glxgears", "-geometry", "220x120+0+0"};
+    Child cover(above);
+    EXPECT_TRUE(waitUntil(
+        [&] {
+            const CommandResult seen = watch(covered.process(), {"--seconds", "0.5", "--json"});
+            return numberAfter(seen.output, "hidden") > 0 &&
+                   numberAfter(seen.output, "rendered") == 0 &&
+                   numberAfter(seen.output, "width") == 200;
+        },
+        std::chrono::seconds(30)))
+        << watch(covered.process(), {"--seconds", "0.5"}).output;
+    const CommandResult top = watch(cover.process(), {"--seconds", "1.2", "--json"});
+    EXPECT_EQ(numberAfter(linesOf(top.output).back(), "hidden"), 0);
+}
+
+TEST_F(StatisticsTest, WindowThatWasNeverSeenIsCounted) {
+    Command command = gears();
+    command.arguments = {
+        buildProgram("korrun"), "--stats", "--seconds", "3", "glxgears", "-geometry",
+        "200x100+3000+0"};
+    command.environment["TMPDIR"] = m_folder;
+    const CommandResult result = runCommand(command, std::chrono::seconds(60));
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_THAT(result.errors,
+                MatchesRegex("(.|\n)*korrun: process [0-9]+, window 0x[0-9a-f]+, "
+                             "200x100, not painted yet, [0-9.]+ s: rendered 0 (.|\n)*"
+                             "painted 0 (.|\n)*hidden [1-9][0-9]*, (.|\n)*"));
+}
+
 TEST_F(StatisticsTest, WatchEndsWithTheProcessAndOnSignals) {
     Child program(gears());
     ASSERT_TRUE(showsFrames(program.process())) << program.errors();
@@ -157,7 +190,7 @@ TEST_F(StatisticsTest, ProcessesThatCannotBeWatchedAreToldApart) {
         text << std::ifstream(maps).rdbuf();
         return text.str().find("libGL_KOR.so") != std::string::npos;
     }));
-    EXPECT_THAT(watch(hidden.process()).errors, HasSubstr("has not shown a frame yet"));
+    EXPECT_THAT(watch(hidden.process()).errors, HasSubstr("has not finished a frame yet"));
 }
 
 TEST_F(StatisticsTest, LauncherTellsAtTheEnd) {
@@ -167,11 +200,13 @@ TEST_F(StatisticsTest, LauncherTellsAtTheEnd) {
     command.environment["TMPDIR"] = m_folder;
     const CommandResult result = runCommand(command, std::chrono::seconds(60));
     EXPECT_EQ(result.status, 0) << result.errors;
-    EXPECT_THAT(result.errors,
-                MatchesRegex("(.|\n)*korrun: process [0-9]+, window 0x[0-9a-f]+, 200x100, shared "
-                             "memory, [0-9.]+ s: rendered [1-9][0-9]* \\([0-9.]+/s\\), painted "
-                             "[1-9][0-9]* \\([0-9.]+/s\\), dropped [0-9]+, readback [0-9.]+ ms, "
-                             "painting [0-9.]+ ms\n"));
+    EXPECT_THAT(
+        result.errors,
+        MatchesRegex(
+            "(.|\n)*korrun: process [0-9]+, window 0x[0-9a-f]+, 200x100, shared "
+            "memory, [0-9.]+ s: rendered [1-9][0-9]* \\([0-9.]+/s\\), painted "
+            "[1-9][0-9]* \\([0-9.]+/s\\), dropped [0-9]+, hidden [0-9]+, readback [0-9.]+ ms, "
+            "painting [0-9.]+ ms\n"));
     EXPECT_TRUE(files::is_empty(m_folder)) << "nothing is left behind";
 }
 
@@ -180,7 +215,7 @@ TEST_F(DoctorTest, LauncherTellsWhenThereWereNoFrames) {
         runCommand({.arguments = {buildProgram("korrun"), "--stats", "sh", "-c", "exit 5"},
                     .environment = {{"TMPDIR", m_folder}}});
     EXPECT_EQ(result.status, 5) << "the command's own status";
-    EXPECT_EQ(result.errors, "korrun: no frame was painted\n");
+    EXPECT_EQ(result.errors, "korrun: no frame was finished\n");
     const CommandResult refused =
         runCommand({.arguments = {buildProgram("korrun"), "--stats", "true"},
                     .environment = {{"TMPDIR", path("nowhere")}}});

@@ -7,6 +7,7 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <memory>
+#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -83,6 +84,54 @@ TEST_F(FrameStatisticsTest, FramesAreCountedFromTheFirst) {
     EXPECT_EQ(after->lines[0].dropped, 2U);
     EXPECT_EQ(after->lines[0].painted, 2U);
     EXPECT_EQ(after->lines[0].strategy, StatisticsLine::PlainRequests);
+}
+
+TEST_F(FrameStatisticsTest, HiddenWindowsAreCountedFromTheFirstFrame) {
+    FrameStatistics statistics;
+    EXPECT_TRUE(statistics.hidden(0x77)) << "its size is wanted";
+    statistics.sized(300, 200);
+    EXPECT_FALSE(statistics.hidden(0x77));
+    const auto hidden = page();
+    EXPECT_EQ(hidden->lines[0].state, StatisticsLine::Live);
+    EXPECT_EQ(hidden->lines[0].window, 0x77U);
+    EXPECT_EQ(hidden->lines[0].hidden, 2U);
+    EXPECT_EQ(hidden->lines[0].rendered, 0U);
+    EXPECT_EQ(hidden->lines[0].width, 300U);
+    EXPECT_EQ(hidden->lines[0].height, 200U);
+    EXPECT_EQ(hidden->lines[0].strategy, StatisticsLine::Unknown);
+
+    statistics.rendered(false);
+    paint(statistics, 0x77);
+    EXPECT_FALSE(statistics.hidden(0x77));
+    const auto shown = page();
+    EXPECT_EQ(shown->lines[0].hidden, 3U);
+    EXPECT_EQ(shown->lines[0].rendered, 1U);
+    EXPECT_EQ(shown->lines[0].painted, 1U);
+    EXPECT_EQ(shown->lines[0].width, 640U);
+    EXPECT_EQ(shown->lines[1].state, StatisticsLine::Free) << "it is the same window";
+}
+
+TEST_F(FrameStatisticsTest, ThreadsThatCountAtTheSameTimeShareNoLine) {
+    constexpr uint32_t threads = 8;
+    std::vector<std::unique_ptr<FrameStatistics>> windows(threads);
+    std::vector<std::thread> running;
+    for (uint32_t i = 0; i < threads; ++i)
+        running.emplace_back([&windows, i] {
+            for (int round = 0; round < 200; ++round) {
+                windows[i] = std::make_unique<FrameStatistics>(); // ends the line of the one before
+                for (uint32_t frame = 0; frame <= i; ++frame)
+                    windows[i]->hidden(100 + i);
+            }
+        });
+    for (std::thread& thread : running)
+        thread.join();
+    uint32_t live = 0;
+    for (const StatisticsLine& line : page()->lines)
+        if (line.state == StatisticsLine::Live) {
+            ++live;
+            EXPECT_EQ(line.hidden, line.window - 99);
+        }
+    EXPECT_EQ(live, threads);
 }
 
 TEST_F(FrameStatisticsTest, TimesAreSummed) {
