@@ -33,7 +33,8 @@ TEST_F(SessionTest, DriverOfAGpuIsWell) {
     EXPECT_THAT(found["readback"].result, MatchesRegex("[0-9.]+ ms for a frame of 320x240.*"));
     EXPECT_THAT(found["painting"].result, MatchesRegex("[0-9.]+ ms .* by shared memory"));
     EXPECT_THAT(found["frame-rate"].result, HasSubstr("copyback-frame-rate 1)"));
-    EXPECT_EQ(found.exitStatus, 0) << found.output;
+    // A machine with a 32-bit OpenGL is warned when there is no front for it.
+    EXPECT_EQ(found.exitStatus, found["libraries-32-bit"].status == "ok" ? 0 : 1) << found.output;
 }
 
 TEST_F(SessionTest, SoftwareRenderingIsALoudWarning) {
