@@ -10,6 +10,11 @@ namespace kor::gl {
 
 namespace {
 
+// The log names performGPUReadback, of which the preparations are steps.
+#define SLICE_LOG(level, word, ...)                                                                \
+    KOR_LOG_AT("KORGL", level, word, "bool kor::gl::ReadbackSlice::performGPUReadback(int, int)",  \
+               false, __VA_ARGS__)
+
 GLint boundFramebuffer() {
     GLint bound = 0;
     system_glGetIntegerv(GL_FRAMEBUFFER_BINDING, &bound);
@@ -65,14 +70,15 @@ ReadbackSlice::~ReadbackSlice() {
 
 void ReadbackSlice::prepareTextures(int frameWidth, int frameHeight) {
     if (targetTexture_ == 0 && sourceTexture_ == 0) {
-        KOR_DEBUG("Initializing GPU readback textures");
+        SLICE_LOG(LogDebug, "DEBUG", "Initializing GPU readback textures");
         targetTexture_ = makeTexture();
         sourceTexture_ = makeTexture();
     } else {
         system_glBindTexture(GL_TEXTURE_RECTANGLE, sourceTexture_);
     }
     if (textureWidth_ != frameWidth || textureHeight_ != frameHeight) {
-        KOR_DEBUG("Resizing GPU readback textures to new size %d x %d", frameWidth, frameHeight);
+        SLICE_LOG(LogDebug, "DEBUG", "Resizing GPU readback textures to new size %d x %d",
+                  frameWidth, frameHeight);
         allocateTexture(targetTexture_, frameWidth, frameHeight);
         allocateTexture(sourceTexture_, frameWidth, frameHeight);
         textureWidth_ = frameWidth;
@@ -81,11 +87,12 @@ void ReadbackSlice::prepareTextures(int frameWidth, int frameHeight) {
 }
 
 bool ReadbackSlice::prepareProgram(GLint boundFramebuffer) {
-    KOR_DEBUG("Initializing GPU readback programs");
+    SLICE_LOG(LogDebug, "DEBUG", "Initializing GPU readback programs");
     framebuffer_ = makeFramebuffer(targetTexture_);
     if (system_glCheckFramebufferStatus(GL_FRAMEBUFFER) != GL_FRAMEBUFFER_COMPLETE) {
         // The framebuffer is kept: the check is made once only.
-        KOR_ERROR("Invalid framebuffer: 0x%X", system_glCheckFramebufferStatus(GL_FRAMEBUFFER));
+        SLICE_LOG(LogError, "ERROR", "Invalid framebuffer: 0x%X",
+                  system_glCheckFramebufferStatus(GL_FRAMEBUFFER));
         return false;
     }
     program_ = system_glCreateProgram();

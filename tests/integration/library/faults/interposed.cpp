@@ -15,6 +15,7 @@
 #include <pthread.h>
 #include <sys/ipc.h>
 #include <sys/shm.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 namespace kor::test {
@@ -26,6 +27,8 @@ Fault shmGet, shmAt;
 Fault queryFont, getFontProperty, getAtomName, loadQueryFont;
 Fault setSpecific;
 std::atomic<size_t> failingAllocation{0};
+std::atomic<VisualID> visualIdGiven{0};
+std::atomic<int64_t> timeOfDay{-1};
 std::function<void(Display*)> beforeCreateImage;
 std::function<void(XShmSegmentInfo*)> beforeShmAttach;
 const std::map<std::string, Host>* resolver;
@@ -103,9 +106,6 @@ FAILING(Display*, XOpenDisplay, openDisplay, nullptr, (const char* name), (name)
 FAILING(GC, XCreateGC, createGc, nullptr,
         (Display * display, Drawable drawable, unsigned long mask, XGCValues* values),
         (display, drawable, mask, values))
-FAILING(XVisualInfo*, XGetVisualInfo, getVisualInfo, nullptr,
-        (Display * display, long mask, XVisualInfo* wanted, int* count),
-        (display, mask, wanted, count))
 FAILING(XImage*, XGetImage, getImage, nullptr,
         (Display * display, Drawable drawable, int x, int y, unsigned width, unsigned height,
          unsigned long mask, int form),
@@ -128,6 +128,17 @@ FAILING(XFontStruct*, XLoadQueryFont, loadQueryFont, nullptr, (Display * display
         (display, name))
 FAILING(int, pthread_setspecific, setSpecific, ENOMEM, (pthread_key_t key, const void* value),
         (key, value))
+
+XVisualInfo* __real_XGetVisualInfo(Display*, long, XVisualInfo*, int*);
+XVisualInfo* __wrap_XGetVisualInfo(Display* display, long mask, XVisualInfo* wanted, int* count) {
+    note("XGetVisualInfo");
+    if (getVisualInfo.strikes())
+        return nullptr;
+    XVisualInfo* given = __real_XGetVisualInfo(display, mask, wanted, count);
+    if (given != nullptr && visualIdGiven != 0)
+        given->visualid = visualIdGiven;
+    return given;
+}
 
 XImage* __real_XCreateImage(Display*, Visual*, unsigned, int, int, char*, unsigned, unsigned, int,
                             int);
@@ -216,6 +227,16 @@ int __real_shmctl(int, int, shmid_ds*);
 int __wrap_shmctl(int segment, int command, shmid_ds* state) {
     note(text("shmctl", command == IPC_RMID ? "IPC_RMID" : std::to_string(command)));
     return __real_shmctl(segment, command, state);
+}
+
+int __real_gettimeofday(timeval*, void*);
+int __wrap_gettimeofday(timeval* now, void* zone) {
+    const int64_t fixed = timeOfDay;
+    if (fixed < 0)
+        return __real_gettimeofday(now, zone);
+    now->tv_sec = static_cast<time_t>(fixed / 1000000);
+    now->tv_usec = static_cast<suseconds_t>(fixed % 1000000);
+    return 0;
 }
 
 void* __real_malloc(size_t);

@@ -4,6 +4,7 @@
 #include <X11/Xlib.h>
 #include <X11/extensions/XShm.h>
 #include <atomic>
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <string>
@@ -16,18 +17,25 @@ namespace kor::test {
 /// Lets the next calls of one function fail. What is not armed passes through. Any thread.
 class Fault {
   public:
-    void arm(int times = 1) { times_ = times; }
-    /// True when this call has to fail.
-    bool strikes() {
-        int left = times_.load();
-        while (left > 0 && !times_.compare_exchange_weak(left, left - 1)) {
-        }
-        return left > 0;
+    /// The next calls fail, after those that are let through.
+    void arm(int times = 1, int letThrough = 0) {
+        times_ = times;
+        letThrough_ = letThrough;
     }
+    /// True when this call has to fail.
+    bool strikes() { return !takesOne(letThrough_) && takesOne(times_); }
     bool spent() const { return times_ == 0; }
 
   private:
+    static bool takesOne(std::atomic<int>& count) {
+        int left = count.load();
+        while (left > 0 && !count.compare_exchange_weak(left, left - 1)) {
+        }
+        return left > 0;
+    }
+
     std::atomic<int> times_{0};
+    std::atomic<int> letThrough_{0};
 };
 
 extern Fault initExtension, openDisplay;
@@ -43,6 +51,12 @@ extern std::atomic<size_t> failingAllocation;
 /// Called with the connection before XCreateImage and XShmAttach have their effect.
 extern std::function<void(Display*)> beforeCreateImage;
 extern std::function<void(XShmSegmentInfo*)> beforeShmAttach;
+
+/// The id of every visual that XGetVisualInfo gives; 0: its own.
+extern std::atomic<VisualID> visualIdGiven;
+
+/// What gettimeofday tells instead of the time, once it is set; microseconds since 1970.
+extern std::atomic<int64_t> timeOfDay;
 
 /// The recorded calls since recording began: names, and of arguments what matters.
 void record();

@@ -1,0 +1,233 @@
+// What the entry points do when Xlib, or the memory, refuses.
+
+#include "displays.h"
+#include "interposed.h"
+
+#include "core/tsd.h"
+#include "display/displays.h"
+#include "drawable/registry.h"
+#include "visual/visual_map.h"
+
+#include <X11/Xutil.h>
+#include <thread>
+
+using testing::Contains;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::Not;
+
+namespace {
+
+class XlibFaults : public Displays {
+  protected:
+    /// The library, its visual map built.
+    void begin() {
+        start();
+        ASSERT_TRUE(_setupAppDisplay(app, nullptr));
+        initializeVisualMap(app, DefaultScreen(app), nullptr);
+        markLog();
+    }
+
+    XVisualInfo* chooseVisual() const {
+        int list[] = {GLX_RGBA, GLX_DOUBLEBUFFER, None};
+        return kor_glXChooseVisual(app, DefaultScreen(app), list);
+    }
+
+    kor::gl::LocalVisualInfo* firstMapping() const { return _getLVI(app, doubleVisual, nullptr); }
+
+    void useFont() const {
+        const Font font = XLoadFont(app, "fixed");
+        XSync(app, False);
+        kor_glXUseXFont(font, 32, 96, 1000);
+    }
+
+    GLXPixmap makePixmap() {
+        pixmap = XCreatePixmap(app, DefaultRootWindow(app), 12, 7, 24);
+        return kor_glXCreatePixmap(app, config("double1"), pixmap, nullptr);
+    }
+    Pixmap pixmap = None;
+};
+
+} // namespace
+
+TEST_F(XlibFaults, AChosenVisualThatTheServerDoesNotGiveFails) {
+    begin();
+    kor::test::getVisualInfo.arm();
+    EXPECT_EQ(chooseVisual(), nullptr);
+    EXPECT_EQ(sayings("kor_glXChooseVisual").back(), "FAILED!");
+    EXPECT_THAT(sayings("kor_glXChooseVisual"),
+                Not(Contains(format("choosing visual %x", static_cast<unsigned>(doubleVisual)))));
+}
+
+TEST_F(XlibFaults, AChosenVisualUnderAnotherIdIsABigProblem) {
+    begin();
+    kor::test::visualIdGiven = 0x7777;
+    EXPECT_EQ(chooseVisual(), nullptr);
+    kor::test::visualIdGiven = 0;
+    const std::vector<std::string> said = sayings("kor_glXChooseVisual");
+    ASSERT_GE(said.size(), 2U);
+    EXPECT_EQ(said[said.size() - 2], "choosing visual 7777");
+    EXPECT_EQ(said.back(), "BIG PROBLEM cannot find id 7777");
+}
+
+TEST_F(XlibFaults, AVisualOfAnFbconfigThatTheServerDoesNotGiveIsReported) {
+    begin();
+    kor::test::getVisualInfo.arm();
+    EXPECT_EQ(kor_glXGetVisualFromFBConfig(app, config("double1")), nullptr);
+    EXPECT_THAT(sayings("kor_glXGetVisualFromFBConfig"),
+                ElementsAre("START", format("lvi %p.", static_cast<void*>(firstMapping())),
+                            format("cannot find visual %x", static_cast<unsigned>(doubleVisual))));
+}
+
+TEST_F(XlibFaults, AMappingWithoutAVisualIdIsAFailure) {
+    begin();
+    kor::gl::LocalVisualInfo* mapping = firstMapping();
+    const int32_t own = mapping->localVisual.visualId;
+    mapping->localVisual.visualId = 0;
+    EXPECT_EQ(kor_glXGetVisualFromFBConfig(app, config("double1")), nullptr);
+    mapping->localVisual.visualId = own;
+    EXPECT_EQ(sayings("kor_glXGetVisualFromFBConfig").back(), "FAILURE!");
+}
+
+TEST_F(XlibFaults, WithoutMemoryForTheirArrayThereAreNoFbconfigs) {
+    begin();
+    int count = 0;
+    kor::test::failingAllocation = localScript.configs.size() * sizeof(GLXFBConfig);
+    EXPECT_EQ(kor_glXGetFBConfigs(app, 0, &count), nullptr);
+    kor::test::failingAllocation = 0;
+    EXPECT_EQ(timesSaid('E', "kor_glXChooseFBConfig", "could not allocate fbconfig array"), 1U);
+    GLXFBConfig* configs = kor_glXGetFBConfigs(app, 0, &count);
+    EXPECT_NE(configs, nullptr);
+    XFree(configs);
+}
+
+TEST_F(XlibFaults, AFontThatCannotBeQueriedIsAnError) {
+    begin();
+    kor::test::queryFont.arm();
+    useFont();
+    EXPECT_TRUE(said('E', "kor_glXUseXFont", "glXUseXFont failed."));
+    EXPECT_EQ(sayings("kor_glXUseXFont").back(), "glXUseXFont failed.");
+}
+
+TEST_F(XlibFaults, AFontWithoutItsNameBuildsNoLists) {
+    begin();
+    kor::test::getFontProperty.arm();
+    useFont();
+    kor::test::getAtomName.arm();
+    useFont();
+    EXPECT_EQ(timesSaid('W', "kor_glXUseXFont", "Could not get fontname."), 2U);
+    EXPECT_EQ(sayings("kor_glXUseXFont").back(), "Could not get fontname.");
+    EXPECT_THAT(gl.callsOf("glXUseXFont"), IsEmpty());
+}
+
+TEST_F(XlibFaults, AFontThatTheLocalServerLacksIsReplacedByFixed) {
+    begin();
+    kor::test::loadQueryFont.arm();
+    useFont();
+    const std::vector<std::string> said = sayings("kor_glXUseXFont");
+    ASSERT_EQ(said.size(), 3U);
+    EXPECT_EQ(said[1].rfind("failed to load font -", 0), 0U) << said[1];
+    EXPECT_THAT(said[1], testing::EndsWith(". Falling back to 'fixed'"));
+    EXPECT_EQ(said[2], "DONE");
+    EXPECT_TRUE(this->said('W', "kor_glXUseXFont", said[1]));
+    EXPECT_EQ(gl.callsOf("glXUseXFont").size(), 1U);
+}
+
+TEST_F(XlibFaults, WithoutEvenFixedNoListsAreBuilt) {
+    begin();
+    kor::test::loadQueryFont.arm(2);
+    useFont();
+    EXPECT_TRUE(said('W', "kor_glXUseXFont", "failed to load even fixed font."));
+    EXPECT_EQ(sayings("kor_glXUseXFont").back(), "DONE");
+    EXPECT_THAT(gl.callsOf("glXUseXFont"), IsEmpty());
+}
+
+TEST_F(XlibFaults, WithoutAConnectionOfItsOwnModeTwoBuildsNoLists) {
+    set("KOR_GL_USEXFONT_MODE", "2");
+    begin();
+    kor::test::openDisplay.arm();
+    useFont();
+    EXPECT_TRUE(kor::test::openDisplay.spent());
+    EXPECT_THAT(sayings("kor_glXUseXFont"), testing::SizeIs(1));
+    EXPECT_THAT(gl.callsOf("glXUseXFont"), IsEmpty());
+}
+
+TEST_F(XlibFaults, ATextureOfAPixmapThatCannotBeReadIsNothing) {
+    begin();
+    const GLXPixmap drawable = makePixmap();
+    kor::test::getImage.arm();
+    kor::test::record();
+    kor_glXBindTexImageEXT(app, drawable, GLX_FRONT_LEFT_EXT, nullptr);
+    EXPECT_EQ(gl.callsOf("glXBindTexImageEXT").back().arguments[1], 0U);
+    EXPECT_THAT(kor::test::recorded(), ElementsAre("XGetImage"));
+    EXPECT_THAT(sayings("kor_glXBindTexImageEXT"), ElementsAre("START"));
+}
+
+TEST_F(XlibFaults, ATextureWithoutAGraphicsContextIsNothing) {
+    begin();
+    const GLXPixmap drawable = makePixmap();
+    kor::test::createGc.arm();
+    kor::test::record();
+    kor_glXBindTexImageEXT(app, drawable, GLX_FRONT_LEFT_EXT, nullptr);
+    EXPECT_EQ(gl.callsOf("glXBindTexImageEXT").back().arguments[1], 0U);
+    EXPECT_THAT(kor::test::recorded(), ElementsAre("XGetImage", "XCreateGC"));
+    kor::test::record();
+    kor_glXBindTexImageEXT(app, drawable, GLX_FRONT_LEFT_EXT, nullptr);
+    EXPECT_EQ(gl.callsOf("glXBindTexImageEXT").back().arguments[1], drawable);
+    EXPECT_THAT(kor::test::recorded(), ElementsAre("XGetImage", "XCreateGC", "XPutImage"));
+}
+
+TEST_F(XlibFaults, APixmapThatCannotBeReadIsNotCopiedAndNobodyIsTold) {
+    begin();
+    const GLXPixmap drawable = makePixmap();
+    ASSERT_TRUE(kor_glXMakeCurrent(app, drawable, makeContext("ctx")));
+    const auto copying = [&] {
+        markLog();
+        kor::test::record();
+        kor_glFlush();
+        EXPECT_THAT(sayings("copybackPixmap"), testing::SizeIs(1));
+        return kor::test::recorded();
+    };
+    kor::test::getImage.arm();
+    EXPECT_THAT(copying(), ElementsAre("XGetImage"));
+    kor::test::createGc.arm();
+    EXPECT_THAT(copying(), ElementsAre("XGetImage", "XCreateGC"));
+    EXPECT_THAT(copying(), ElementsAre("XGetImage", "XCreateGC", "XPutImage"));
+}
+
+TEST_F(XlibFaults, ASwapWithoutALocalDisplayOnlyFinishes) {
+    begin();
+    const Window window = makeWindow(40, 40);
+    ASSERT_TRUE(kor_glXMakeCurrent(app, window, makeContext("ctx")));
+    Display* second = XOpenDisplay(appName.c_str());
+    gl.clearCalls();
+    std::thread([&] {
+        kor::test::openDisplay.arm(3, 1); // its own connection opens, the local ones do not
+        kor_glXSwapBuffers(second, window);
+    }).join();
+    kor::test::openDisplay.arm(0);
+    EXPECT_EQ(sayings("kor_glXSwapBuffers").back(), "No local display");
+    EXPECT_THAT(fake::texts(gl.calls()), ElementsAre("glFinish()"));
+}
+
+TEST_F(XlibFaults, AFrameNeedsNoClientAttributes) {
+    gl.lack("glPushClientAttrib");
+    gl.lack("glPopClientAttrib");
+    begin();
+    const Window window = makeWindow(40, 40);
+    ASSERT_TRUE(kor_glXMakeCurrent(app, window, makeContext("ctx")));
+    kor_glXSwapBuffers(app, window);
+    EXPECT_TRUE(gl.waitForCalls("glReadPixels", 1, 30000));
+    letPaintsArrive();
+}
+
+TEST_F(XlibFaults, WithoutTextureFunctionsTexturesAreNotBound) {
+    gl.lack("glXBindTexImageEXT");
+    gl.lack("glXReleaseTexImageEXT");
+    begin();
+    const GLXPixmap drawable = makePixmap();
+    kor_glXBindTexImageEXT(app, drawable, GLX_FRONT_LEFT_EXT, nullptr);
+    kor_glXReleaseTexImageEXT(app, drawable, GLX_FRONT_LEFT_EXT);
+    EXPECT_THAT(sayings("kor_glXBindTexImageEXT"), ElementsAre("START"));
+    EXPECT_THAT(sayings("kor_glXReleaseTexImageEXT"), ElementsAre("START"));
+}
