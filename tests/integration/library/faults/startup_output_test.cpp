@@ -123,8 +123,10 @@ TEST_F(StartupOutput, OfASecondInitIsThatItWasDone) {
 
 TEST_F(StartupOutput, OfASingleThreadedDriverEndsWithTheError) {
     set("__GL_SINGLE_THREADED", "1");
+    set("KOR_GL_PRINT_VERSION", "1");
     EXPECT_EXIT(start(), testing::ExitedWithCode(1),
-                "^ERROR: environment variable __GL_SINGLE_THREADED is set. Unable to continue\n$");
+                "warranty of any kind.\n\nERROR: environment variable __GL_SINGLE_THREADED is set. "
+                "Unable to continue\n$");
     const std::string written = logFile();
     const std::string last = "KORGL (void kor_init(void*)): environment variable "
                              "__GL_SINGLE_THREADED is set. Unable to continue\n";
@@ -135,7 +137,8 @@ TEST_F(StartupOutput, OfASingleThreadedDriverEndsWithTheError) {
 }
 
 TEST_F(StartupOutput, OfExhaustedKeysHasTheFunctionThatMakesThem) {
-    logToStderr("debug");
+    logToStderr("error");
+    set("KOR_GL_VERBOSE", "1");
     std::vector<pthread_key_t> keys;
     pthread_key_t key = 0;
     while (pthread_key_create(&key, nullptr) == 0)
@@ -146,7 +149,7 @@ TEST_F(StartupOutput, OfExhaustedKeysHasTheFunctionThatMakesThem) {
     EXPECT_EQ(written, begin() +
                            record('E', "kor::TLSKey kor::createTLSKey(void (*)(void*))",
                                   "Reached the maximum number of keys per thread: 1024") +
-                           record('D', init, "DONE"));
+                           banner + "\n" + notice + record('D', init, "DONE"));
     EXPECT_EQ(getTSD(), nullptr);
 }
 
