@@ -16,6 +16,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <poll.h>
@@ -134,7 +135,8 @@ void Keeper::startApplicationDisplay(const std::string& glDisplay, const std::st
     arguments.insert(arguments.end(), m_plan.viewing.begin(), m_plan.viewing.end());
     for (int attempt = 1;; ++attempt) {
         const std::string file = log("Xkor.log");
-        truncate(file.c_str(), 0); // it may be there from an earlier session
+        std::error_code error;
+        std::filesystem::remove(file, error); // it may be there from an earlier session
         try {
             m_application =
                 std::make_unique<Server>("Xkor", m_plan.installation.server, arguments, file,
