@@ -136,6 +136,19 @@ TEST_F(Drawables, AnUnknownWindowHasNoRecord) {
     EXPECT_EQ(registered(), 0U);
 }
 
+TEST_F(Drawables, AWindowThatTheApplicationHasNotSentYetIsSentFirst) {
+    begin();
+    recordOf(makeWindow(20, 20)); // sets the thread up
+    const XVisualInfo info = visualInfo(doubleVisual);
+    XSetWindowAttributes settings{};
+    settings.colormap = XCreateColormap(app, DefaultRootWindow(app), info.visual, AllocNone);
+    settings.border_pixel = 0;
+    const Window window =
+        XCreateWindow(app, DefaultRootWindow(app), 0, 0, 20, 20, 0, info.depth, InputOutput,
+                      info.visual, CWColormap | CWBorderPixel, &settings);
+    EXPECT_TRUE(recordOf(window));
+}
+
 TEST_F(Drawables, AWindowOfAnUnpairedVisualHasNoRecord) {
     begin();
     const Window window = makeWindow(20, 20, lonelyVisual);
@@ -274,6 +287,13 @@ TEST_F(Drawables, WithTheVisibilityCheckAnUnmappedWindowStartsHidden) {
     begin();
     const DrawableRef record = recordOf(makeWindow(60, 40, 0, false));
     EXPECT_FALSE(record->isVisible());
+}
+
+TEST_F(Drawables, AThreadThatHasNoDisplayYetCannotRefreshARecord) {
+    begin();
+    const DrawableRef record = recordOf(makeWindow(20, 20));
+    std::thread([&] { EXPECT_FALSE(record->updateWindowInfo(nullptr, nullptr, nullptr)); }).join();
+    EXPECT_TRUE(record->updateWindowInfo(nullptr, nullptr, nullptr));
 }
 
 TEST_F(Drawables, ARecordWhoseWindowIsGoneCannotBeRefreshed) {

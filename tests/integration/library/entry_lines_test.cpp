@@ -1,8 +1,11 @@
 // What every entry point says first: it is by these lines that a log is read.
 
-#include "fixture.h"
+#include "displays.h"
+
+#include "core/tsd.h"
 
 #include <map>
+#include <thread>
 
 namespace {
 
@@ -59,4 +62,46 @@ TEST_F(EntryLines, EveryEntryPointTellsThatItWasCalled) {
         const std::string expected = other != otherLines.end() ? other->second : "START";
         EXPECT_EQ(said.empty() ? "nothing" : said[0], expected) << entryPoint.name;
     }
+}
+
+namespace {
+
+class EntryLinesOfDisplays : public Displays {};
+
+template <typename Result, typename... Arguments>
+void callWith(Display* display, Result (*entryPoint)(Display*, Arguments...)) {
+    entryPoint(display, Arguments{}...);
+}
+
+} // namespace
+
+TEST_F(EntryLinesOfDisplays, TheEntryPointSpeaksBeforeWhatItCalls) {
+    start();
+    const Window window = makeWindow(20, 20);
+    markLog();
+    kor_glXCreateWindow(app, config("double1"), window, nullptr);
+    EXPECT_EQ(log().at(0).message, "START");
+    EXPECT_GT(log().size(), 1U); // the display's set-up
+}
+
+TEST_F(EntryLinesOfDisplays, WhatIsNotSupportedStillSetsTheDisplayUp) {
+    start();
+    const auto expectSetUp = [&](const char* name, auto entryPoint) {
+        std::thread([&] {
+            callWith(app, entryPoint);
+            EXPECT_EQ(getTSD()->appDisplay, app) << name;
+            EXPECT_NE(getTSD()->appDisplay2, nullptr) << name;
+        }).join();
+    };
+    expectSetUp("QueryContextInfoEXT", kor_glXQueryContextInfoEXT);
+    expectSetUp("QueryChannelRectSGIX", kor_glXQueryChannelRectSGIX);
+    expectSetUp("QueryChannelDeltasSGIX", kor_glXQueryChannelDeltasSGIX);
+    expectSetUp("ImportContextEXT", kor_glXImportContextEXT);
+    expectSetUp("ChannelRectSyncSGIX", kor_glXChannelRectSyncSGIX);
+    expectSetUp("ChannelRectSGIX", kor_glXChannelRectSGIX);
+    expectSetUp("FreeContextEXT", kor_glXFreeContextEXT);
+    expectSetUp("GetSelectedEvent", kor_glXGetSelectedEvent);
+    expectSetUp("SelectEvent", kor_glXSelectEvent);
+    expectSetUp("GetSelectedEventSGIX", kor_glXGetSelectedEventSGIX);
+    expectSetUp("SelectEventSGIX", kor_glXSelectEventSGIX);
 }

@@ -40,7 +40,11 @@ class FrontBuffer : public Frames {
 
 TEST_F(FrontBuffer, TheSwitchToTheFrontStartsTheQuery) {
     begin(20, 20);
+    std::string lastLine;
+    gl.onCall("glBeginQuery", [&](const fake::Call&) { lastLine = log().back().message; });
     kor_glDrawBuffer(GL_FRONT);
+    gl.onCall("glBeginQuery", nullptr);
+    EXPECT_EQ(lastLine, "mode 404 - starting query");
     EXPECT_THAT(fake::texts(gl.calls()),
                 ElementsAre("glGenQueries(1, out)", "glBeginQuery(GL_SAMPLES_PASSED, 131)",
                             "glDrawBuffer(GL_FRONT)"));

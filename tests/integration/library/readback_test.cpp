@@ -126,12 +126,18 @@ TEST_F(Readback, TheIntervalPacesTheApplication) {
 TEST_F(Readback, ARenderModeOfTheApplicationIsSetAsideAndComesBack) {
     begin(64, 48);
     gl.setInteger(GL_RENDER_MODE, GL_FEEDBACK);
+    std::vector<bool> announced;
+    gl.onCall("glRenderMode", [&](const fake::Call&) {
+        announced.push_back(said('D', "DrawableInfo::readback", "forcing render mode"));
+    });
     kor_glXSwapBuffers(app, window);
+    gl.onCall("glRenderMode", nullptr);
+    EXPECT_THAT(announced, ElementsAre(true, true));
     const std::vector<std::string> calls = mine();
     EXPECT_EQ(calls[4], "glRenderMode(GL_RENDER)");
     EXPECT_EQ(calls[calls.size() - 2], "glXMakeCurrent(local, " + pbuffer() + ", ctx)");
     EXPECT_EQ(calls.back(), "glRenderMode(GL_FEEDBACK)");
-    EXPECT_TRUE(said('D', "DrawableInfo::readback", "forcing render mode"));
+    EXPECT_EQ(timesSaid('D', "DrawableInfo::readback", "forcing render mode"), 1U);
 }
 
 TEST_F(Readback, AReadContextThatCannotBeMadeGivesTheFrameUp) {

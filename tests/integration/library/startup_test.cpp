@@ -2,6 +2,7 @@
 
 #include "fixture.h"
 
+#include "core/process_claim.h"
 #include "core/system_gl.h"
 #include "core/tsd.h"
 #include "support/process.h"
@@ -304,6 +305,16 @@ TEST_F(Startup, ThreadsThatOutliveFiniKeepTheirRecordsUndestroyed) {
         kor_fini();
     }).join();
     EXPECT_FALSE(logged("D virtual kor::gl::TSD::~TSD(): START"));
+}
+
+TEST_F(Startup, TheFirstFrontThatClaimsTheProcessKeepsIt) {
+    const int first = 0;
+    const int second = 0;
+    EXPECT_EQ(kor_claim_process(nullptr), 1); // it is free
+    EXPECT_EQ(kor_claim_process(&first), 1);
+    EXPECT_EQ(kor_claim_process(&second), 0);
+    EXPECT_EQ(kor_claim_process(nullptr), 0);
+    EXPECT_EQ(kor_claim_process(&first), 1); // as often as it likes
 }
 
 TEST_F(Startup, TheClockIsTheTimeOfDayInMilliseconds) {

@@ -114,9 +114,12 @@ TEST_F(StateTracking, WithoutAUsableContextTheRenderModeIsDroppedAndZero) {
 
 TEST_F(StateTracking, PixelsThatNoQueryCountsSetTheFlagWhateverTheDrawBuffer) {
     begin(20, 20);
+    bool setBefore = false;
+    gl.onCall("", [&](const fake::Call&) { setBefore = info().forceNextReadback; });
     const auto sets = [&](const std::function<void()>& call) {
         info().forceNextReadback = false;
         call();
+        EXPECT_EQ(setBefore, info().forceNextReadback); // when the driver is called it is decided
         return info().forceNextReadback;
     };
     EXPECT_TRUE(sets([] { kor_glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT); }));
@@ -125,6 +128,7 @@ TEST_F(StateTracking, PixelsThatNoQueryCountsSetTheFlagWhateverTheDrawBuffer) {
     EXPECT_TRUE(sets([] { kor_glDrawPixels(1, 1, GL_RGBA, GL_UNSIGNED_BYTE, nullptr); }));
     EXPECT_TRUE(sets([] { kor_glCopyPixels(1, 2, 3, 4, GL_COLOR); }));
     EXPECT_FALSE(sets([] { kor_glCopyPixels(1, 2, 3, 4, GL_DEPTH); }));
+    gl.onCall("", nullptr);
     EXPECT_THAT(fake::texts(gl.calls()),
                 ElementsAre("glClear(0x4100)", "glClear(GL_DEPTH_BUFFER_BIT)",
                             "glBitmap(8, 1, 0, 0, 8, 0, null)",

@@ -55,6 +55,34 @@ TEST_F(Swap, OfASingleBufferedWindowReadsBackWithoutASystemSwap) {
     EXPECT_EQ(mine()[0], "glFinish()");
 }
 
+TEST_F(Swap, OfAnotherWindowGivesTheThreadItsDrawablesBack) {
+    begin(20, 20);
+    const Window other = makeWindow(20, 20);
+    const kor::gl::DrawableRef shown = getDrawableInfo(app, other, config("double1"), nullptr);
+    const std::string pbufferOfOther = gl.nameOf(shown->localDrawable);
+    const auto binding = [&](const std::string& read) {
+        return std::vector<std::string>{
+            format("glXMakeCurrent(local, %s, ctx)", pbufferOfOther.c_str()),
+            format("glXMakeContextCurrent(local, %s, %s, ctx)", pbuffer().c_str(), read.c_str())};
+    };
+    const auto lastBinding = [&] {
+        std::vector<std::string> texts = mine();
+        std::erase_if(texts,
+                      [](const auto& text) { return text.find("Current(") == std::string::npos; });
+        texts.erase(texts.begin(), texts.end() - 2);
+        return texts;
+    };
+    gl.clearCalls();
+    kor_glXSwapBuffers(app, other);
+    EXPECT_EQ(lastBinding(), binding(pbuffer()));
+
+    ASSERT_TRUE(kor_glXMakeContextCurrent(app, window, None, context));
+    gl.clearCalls();
+    kor_glXSwapBuffers(app, other);
+    EXPECT_EQ(lastBinding(), binding("0"));
+    letPaintsArrive();
+}
+
 TEST_F(Swap, OfAPbufferOrPixmapReadsNothingBack) {
     begin(20, 20);
     const GLXPbuffer pbuffer = kor_glXCreatePbuffer(app, config("double1"), nullptr);

@@ -299,6 +299,65 @@ TEST_F(VisualQueries, UnknownFbconfigAttributesArePassedOn) {
     EXPECT_TRUE(said('D', "kor_glXGetFBConfigAttrib", "Unrecognized attribute 30583"));
 }
 
+TEST_F(VisualQueries, TheLogNamesEveryFbconfigAttribute) {
+    start();
+    const std::vector<std::pair<int, const char*>> attributes = {
+        {GLX_BUFFER_SIZE, "GLX_BUFFER_SIZE"},
+        {GLX_LEVEL, "GLX_LEVEL"},
+        {GLX_DOUBLEBUFFER, "GLX_DOUBLEBUFFER"},
+        {GLX_STEREO, "GLX_STEREO"},
+        {GLX_AUX_BUFFERS, "GLX_AUX_BUFFERS"},
+        {GLX_RED_SIZE, "GLX_RED_SIZE"},
+        {GLX_GREEN_SIZE, "GLX_GREEN_SIZE"},
+        {GLX_BLUE_SIZE, "GLX_BLUE_SIZE"},
+        {GLX_ALPHA_SIZE, "GLX_ALPHA_SIZE"},
+        {GLX_DEPTH_SIZE, "GLX_DEPTH_SIZE"},
+        {GLX_STENCIL_SIZE, "GLX_STENCIL_SIZE"},
+        {GLX_ACCUM_RED_SIZE, "GLX_ACCUM_RED_SIZE"},
+        {GLX_ACCUM_GREEN_SIZE, "GLX_ACCUM_GREEN_SIZE"},
+        {GLX_ACCUM_BLUE_SIZE, "GLX_ACCUM_BLUE_SIZE"},
+        {GLX_ACCUM_ALPHA_SIZE, "GLX_ACCUM_ALPHA_SIZE"},
+        {GLX_CONFIG_CAVEAT, "GLX_CONFIG_CAVEAT"},
+        {GLX_X_VISUAL_TYPE, "GLX_X_VISUAL_TYPE"},
+        {GLX_TRANSPARENT_TYPE, "GLX_TRANSPARENT_TYPE"},
+        {GLX_TRANSPARENT_INDEX_VALUE, "GLX_TRANSPARENT_INDEX_VALUE"},
+        {GLX_TRANSPARENT_RED_VALUE, "GLX_TRANSPARENT_RED_VALUE"},
+        {GLX_TRANSPARENT_GREEN_VALUE, "GLX_TRANSPARENT_GREEN_VALUE"},
+        {GLX_TRANSPARENT_BLUE_VALUE, "GLX_TRANSPARENT_BLUE_VALUE"},
+        {GLX_TRANSPARENT_ALPHA_VALUE, "GLX_TRANSPARENT_ALPHA_VALUE"},
+        {GLX_RENDER_TYPE, "GLX_RENDER_TYPE"},
+        {GLX_DRAWABLE_TYPE, "GLX_DRAWABLE_TYPE"},
+        {GLX_X_RENDERABLE, "GLX_X_RENDERABLE"},
+        {GLX_FBCONFIG_ID, "GLX_FBCONFIG_ID"},
+        {GLX_MAX_PBUFFER_WIDTH, "GLX_MAX_PBUFFER_WIDTH"},
+        {GLX_MAX_PBUFFER_HEIGHT, "GLX_MAX_PBUFFER_HEIGHT"},
+        {GLX_MAX_PBUFFER_PIXELS, "GLX_MAX_PBUFFER_PIXELS"},
+        {GLX_SAMPLE_BUFFERS_ARB, "GLX_SAMPLE_BUFFERS_ARB"},
+        {GLX_SAMPLES_ARB, "GLX_SAMPLES_ARB"},
+        {GLX_VISUAL_ID, "GLX_VISUAL_ID"},
+    };
+    kor_glXGetFBConfigAttrib(app, config("double1"), GLX_RED_SIZE, nullptr);
+    markLog();
+    std::vector<std::string> expected;
+    for (const auto& [attribute, name] : attributes) {
+        kor_glXGetFBConfigAttrib(app, config("double1"), attribute, nullptr);
+        expected.insert(expected.end(), {"START", name}); // without a place no value is told
+    }
+    EXPECT_EQ(sayings("kor_glXGetFBConfigAttrib"), expected);
+}
+
+TEST_F(VisualQueries, RequestsAreNotLoggedBelowDebug) {
+    set("KOR_GL_LOG_LEVEL", "warning");
+    start();
+    const int list[] = {GLX_DOUBLEBUFFER, 1, None};
+    EXPECT_THAT(chooseFbconfigs(list), ElementsAre(config("double1"), config("double2")));
+    EXPECT_EQ(choose({GLX_DOUBLEBUFFER}), doubleVisual);
+    int value = 0;
+    kor_glXGetFBConfigAttrib(app, config("double1"), GLX_VISUAL_ID, &value);
+    EXPECT_EQ(static_cast<VisualID>(value), doubleVisual);
+    EXPECT_THAT(logTexts(), IsEmpty());
+}
+
 TEST_F(VisualQueries, TheCaveatIsSpelledOut) {
     start();
     int value = 0;

@@ -3,6 +3,7 @@
 #include "in_child.h"
 #include "sandbox.h"
 
+#include <cstring>
 #include <gtest/gtest.h>
 
 using kor::test::inChild;
@@ -36,6 +37,13 @@ TEST(WrapperSettings, ComeFromWhereTheLibrarysComeFrom) {
                              : 1;
               }).status,
               0);
+}
+
+TEST(WrapperSettings, TheLocalDisplaysNameIsTheSetting) {
+    Sandbox sandbox;
+    EXPECT_EQ(inChild([] { return kor_gl_display_setting() == nullptr ? 0 : 1; }).status, 0);
+    sandbox.writeUser("[gl]\ngl-display = :7.1\n");
+    EXPECT_EQ(inChild([] { return strcmp(kor_gl_display_setting(), ":7.1"); }).status, 0);
 }
 
 TEST(WrapperSettings, OtherKeysAreUnknown) {

@@ -3,6 +3,7 @@
 
 #include "transport/frame_statistics.h"
 
+#include <cstddef>
 #include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
@@ -146,6 +147,21 @@ TEST_F(FrameStatisticsTest, TimesAreSummed) {
     EXPECT_GE(seen->lines[0].readbackNanoseconds, 3'000'000U);
     EXPECT_GE(seen->lines[0].paintingNanoseconds, 5'000'000U);
     EXPECT_GE(seen->lines[0].last - seen->lines[0].begun, 8'000'000U);
+}
+
+TEST_F(FrameStatisticsTest, AsManyFramesAreTimedAsTheOneWhoLooksAskedFor) {
+    const std::string name = m_folder + "/kor-stats." + std::to_string(getpid());
+    const int file = open(name.c_str(), O_WRONLY | O_CLOEXEC);
+    const uint32_t two = 2;
+    ASSERT_EQ(pwrite(file, &two, sizeof two, offsetof(StatisticsPage, timingBudget)),
+              static_cast<ssize_t>(sizeof two));
+    close(file);
+    FrameStatistics statistics;
+    for (uint32_t i = 0; i < 4; ++i)
+        paint(statistics, 0x77);
+    EXPECT_EQ(page()->lines[0].painted, 4U);
+    EXPECT_EQ(page()->lines[0].timed, 2U);
+    EXPECT_EQ(page()->timingBudget, 0U);
 }
 
 TEST_F(FrameStatisticsTest, LinesOfEndedWindowsStayUntilTheyAreNeeded) {

@@ -1,0 +1,62 @@
+// What fails only when most has succeeded: the local connection of a second application display,
+// and visuals that the server no longer names.
+
+#include "displays.h"
+#include "interposed.h"
+
+#include "display/connections.h"
+#include "drawable/registry.h"
+
+#include <thread>
+
+namespace {
+
+class LateFaults : public Displays {
+  protected:
+    static size_t registered() {
+        const kor::Lock lock(kor::gl::getLocalDrawablesMutex());
+        return kor::gl::getLocalDrawablesList().size();
+    }
+};
+
+/// From the thread's own connection to its server on, no display can be opened.
+Display* refuseAfterSecondary(Display* display, int role) {
+    if (role == kor::gl::SecondaryConnection)
+        kor::test::openDisplay.arm(1000);
+    return display;
+}
+
+} // namespace
+
+TEST_F(LateFaults, WithoutALocalConnectionOfItsOwnADisplaysWindowHasNoRecord) {
+    start();
+    const Window window = makeWindow(20, 20);
+    ASSERT_TRUE(kor_glXMakeCurrent(app, window, makeContext("ctx"))); // builds the visual map
+    letPaintsArrive();
+    Display* other = XOpenDisplay(appName.c_str());
+    ASSERT_NE(other, nullptr);
+    kor_set_connection_hook(refuseAfterSecondary);
+    markLog();
+    std::thread([&] {
+        EXPECT_FALSE(getDrawableInfo(other, window, config("double1"), nullptr));
+    }).join();
+    kor_set_connection_hook(nullptr);
+    kor::test::openDisplay.arm(0);
+    EXPECT_TRUE(said('D', "getDrawableInfo", "creating throwaway ctx"));
+    EXPECT_EQ(registered(), 1U);
+    XCloseDisplay(other);
+}
+
+TEST_F(LateFaults, AVisualThatTheServerNoLongerNamesCannotBeChosen) {
+    start();
+    int list[] = {GLX_RGBA, GLX_DOUBLEBUFFER, None};
+    XFree(kor_glXChooseVisual(app, DefaultScreen(app), list));
+    markLog();
+    kor::test::getVisualInfo.arm();
+    EXPECT_EQ(kor_glXChooseVisual(app, DefaultScreen(app), list), nullptr);
+    EXPECT_EQ(sayings("kor_glXChooseVisual").back(), "FAILED!");
+    kor::test::getVisualInfo.arm();
+    EXPECT_EQ(kor_glXGetVisualFromFBConfig(app, config("double1")), nullptr);
+    EXPECT_EQ(sayings("kor_glXGetVisualFromFBConfig").back(),
+              format("cannot find visual %lx", doubleVisual));
+}
