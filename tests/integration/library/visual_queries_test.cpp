@@ -336,14 +336,15 @@ TEST_F(VisualQueries, TheLogNamesEveryFbconfigAttribute) {
         {GLX_SAMPLES_ARB, "GLX_SAMPLES_ARB"},
         {GLX_VISUAL_ID, "GLX_VISUAL_ID"},
     };
-    kor_glXGetFBConfigAttrib(app, config("double1"), GLX_RED_SIZE, nullptr);
-    markLog();
-    std::vector<std::string> expected;
+    int value = 0;
+    kor_glXGetFBConfigAttrib(app, config("double1"), GLX_RED_SIZE, &value);
     for (const auto& [attribute, name] : attributes) {
-        kor_glXGetFBConfigAttrib(app, config("double1"), attribute, nullptr);
-        expected.insert(expected.end(), {"START", name}); // without a place no value is told
+        markLog();
+        kor_glXGetFBConfigAttrib(app, config("double1"), attribute, &value);
+        const std::vector<std::string> story = sayings("kor_glXGetFBConfigAttrib");
+        ASSERT_GE(story.size(), 2U);
+        EXPECT_EQ(story[1], name);
     }
-    EXPECT_EQ(sayings("kor_glXGetFBConfigAttrib"), expected);
 }
 
 TEST_F(VisualQueries, RequestsAreNotLoggedBelowDebug) {
