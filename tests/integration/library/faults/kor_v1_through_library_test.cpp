@@ -12,6 +12,7 @@
 #include <X11/Xlib.h>
 #include <X11/Xproto.h>
 #include <cstring>
+#include <thread>
 
 using kor::gl::DrawableInfo;
 using testing::ElementsAre;
@@ -86,7 +87,6 @@ class KorV1Answers : public Library {
 
 TEST_F(KorV1Answers, TheServersNameIsTakenOnceForAll) {
     server.setAnswer(named(1, "nowhere.invalid:12"));
-    kor::test::openDisplay.arm(0);
     start();
     ASSERT_TRUE(_setupAppDisplay(display, nullptr));
     EXPECT_EQ(_getLocalDisplay(nullptr), nullptr);
@@ -114,8 +114,23 @@ TEST_F(KorV1Answers, AnEmptyNameIsAskedForAgain) {
     EXPECT_EQ(server.requests().size(), 3U);
 }
 
+TEST_F(KorV1Answers, AnotherServersNameIsNotAskedForAnyMore) {
+    auto& second = *new kor::test::ScriptedServer;
+    server.setAnswer(named(1, ":4711"));
+    second.setAnswer(named(1, ":4712"));
+    start();
+    ASSERT_TRUE(_setupAppDisplay(display, nullptr));
+    Display* other = XOpenDisplay(second.displayName().c_str());
+    std::thread([&] {
+        EXPECT_TRUE(_setupAppDisplay(other, nullptr));
+        EXPECT_EQ(_getLocalDisplay(nullptr), nullptr);
+    }).join();
+    EXPECT_THAT(second.requests(), IsEmpty());
+    EXPECT_FALSE(logged("E Display* _getLocalDisplay(kor::gl::TSD*): Cannot open connection to "
+                        "local display :4712."));
+}
+
 TEST_F(KorV1Answers, AFailureOrAnErrorMeansTheDefaultDisplayForGood) {
-    kor::test::openDisplay.arm(0);
     server.setAnswer(named(0, "")); // no name there
     start();
     _setupAppDisplay(display, nullptr);
