@@ -38,7 +38,7 @@ std::unique_ptr<Session> startSession(const Options& options, const Installation
         throw Failure(StatusMissing, "the session's server Xkor is not beside " +
                                          installation.korrun +
                                          ": build it (cmake --build --preset release) or install "
-                                         "its package");
+                                         "the package xserver-kor");
     plan.glDisplay = chooseGlDisplay(options.glDisplay, options.verbose, say);
     if (plan.glDisplay.empty()) {
         plan.xvfb = findProgram("Xvfb");

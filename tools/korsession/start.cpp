@@ -49,7 +49,7 @@ SessionPlan makePlan(const Options& options) {
     if (plan.installation.server.empty())
         throw Failure(korrun::StatusMissing, "the session's server Xkor is not beside " +
                                                  plan.installation.korrun +
-                                                 ": install its package");
+                                                 ": install the package xserver-kor");
     plan.command = findCommand(options);
     plan.size = options.size;
     plan.display = options.display.value_or("");
