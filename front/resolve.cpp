@@ -11,7 +11,10 @@ namespace {
 
 using namespace kor::front;
 
-void* nothing() {
+void* nothing(const char* name) {
+    // The only function of GL and GLX with such a result.
+    if (strcmp(name, "glGetPathLengthNV") == 0)
+        return reinterpret_cast<void*>(&kor_front_float_nothing);
     return reinterpret_cast<void*>(&kor_front_nothing);
 }
 
@@ -46,7 +49,7 @@ void* kor_front_resolve(void** slot) {
         // system, and the slot stays as it is.
         target = systemFunction(name);
         errno = callersErrno;
-        return target == nullptr ? nothing() : target;
+        return target == nullptr ? nothing(name) : target;
     }
 
     target = entryPoint(name);
@@ -54,7 +57,7 @@ void* kor_front_resolve(void** slot) {
         target = systemFunction(name);
     const bool missing = target == nullptr;
     if (missing)
-        target = nothing();
+        target = nothing(name);
 
     // Several threads may be here with the same slot; the one that replaces the code of the first
     // call speaks.

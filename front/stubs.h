@@ -18,6 +18,9 @@ extern __attribute__((visibility("hidden"))) const uint32_t kor_front_name_offse
 /// Does nothing and returns 0.
 __attribute__((visibility("hidden"))) void kor_front_nothing();
 
+/// The same in the place of a function whose result is a floating-point number.
+__attribute__((visibility("hidden"))) float kor_front_float_nothing();
+
 /// Called by a stub whose slot has no target yet, on the thread that called the GL or GLX function
 /// and with that call's arguments set aside: starts the front if need be and returns the target,
 /// never null. Keeps errno.

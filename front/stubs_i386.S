@@ -66,8 +66,7 @@
     jmp *%eax
     .cfi_endproc
 
-// Stands in for a function that is nowhere to be had: 0, as an integer or a pointer (no function of
-// GL or GLX returns a floating-point number).
+// Stands in for a function that is nowhere to be had: 0, as an integer or a pointer.
     .p2align 4
     .globl kor_front_nothing
     .hidden kor_front_nothing
@@ -79,6 +78,19 @@ kor_front_nothing:
     ret
     .cfi_endproc
     .size kor_front_nothing, . - kor_front_nothing
+
+// The same for a function that returns a floating-point number, which its caller takes from another
+// place, and must take from there.
+    .p2align 4
+    .globl kor_front_float_nothing
+    .hidden kor_front_float_nothing
+    .type kor_front_float_nothing, @function
+kor_front_float_nothing:
+    .cfi_startproc
+    fldz
+    ret
+    .cfi_endproc
+    .size kor_front_float_nothing, . - kor_front_float_nothing
 
     .section .data.kor_front_slots, "aw", @progbits
     .p2align 6

@@ -102,6 +102,10 @@
     .globl kor_front_nothing
     .hidden kor_front_nothing
     .type kor_front_nothing, @function
+    .globl kor_front_float_nothing
+    .hidden kor_front_float_nothing
+    .type kor_front_float_nothing, @function
+kor_front_float_nothing:
 kor_front_nothing:
     .cfi_startproc
     xorl %eax, %eax

@@ -6,9 +6,9 @@ namespace fake {
 
 namespace {
 
-std::string hexadecimal(unsigned long value) {
+std::string hexadecimal(unsigned long long value) {
     char text[32];
-    snprintf(text, sizeof(text), "0x%lx", value);
+    snprintf(text, sizeof(text), "0x%llx", value);
     return text;
 }
 
@@ -79,7 +79,7 @@ std::string pointerText(const void* value) {
     return name.empty() ? hexadecimal(reinterpret_cast<uintptr_t>(value)) : name;
 }
 
-std::string idText(unsigned long value) {
+std::string idText(uint64_t value) {
     if (value == 0)
         return "0";
     const std::string name = State::instance().nameOf(value);

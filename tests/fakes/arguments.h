@@ -14,7 +14,7 @@ namespace fake {
 /// 256, where object names and counts live.
 std::string enumText(unsigned value);
 std::string pointerText(const void* value);
-std::string idText(unsigned long value);
+std::string idText(uint64_t value);
 std::string visualText(const XVisualInfo* visual);
 std::string listText(const std::vector<int>& list);
 /// The words of a GLX attribute list, without the final zero. Lists of glXCreateContextAttribsARB
@@ -82,7 +82,7 @@ class Arguments {
             return pointerText(value);
         } else if constexpr (std::is_same_v<T, unsigned>) {
             return enumText(value);
-        } else if constexpr (std::is_same_v<T, unsigned long>) {
+        } else if constexpr (std::is_same_v<T, unsigned long> || std::is_same_v<T, GLuint64>) {
             return idText(value);
         } else if constexpr (std::is_floating_point_v<T>) {
             char text[32];

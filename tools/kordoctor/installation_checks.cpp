@@ -1,6 +1,7 @@
 #include "installation_checks.h"
 
 #include "elf_file.h"
+#include "environment.h"
 #include "library_search.h"
 
 #include <cstdio>
@@ -69,20 +70,29 @@ void checkLibraries(Findings& findings, const korrun::Installation& installation
 void check32Bit(Findings& findings, const korrun::Installation& installation,
                 const std::string& loader32) {
     findings.begin("libraries-32-bit");
+    const char* set = getenv("LD_LIBRARY_PATH");
+    const bool systemHasGl =
+        !findLibrary("libGL.so.1", 32,
+                     korrun::removeFolders(installation.frontFolders, set == nullptr ? "" : set))
+             .empty();
     for (const FrontFolder& front : findFronts(installation)) {
         if (front.bits != 32)
             continue;
         if (front.library.empty() || front.adapter.empty())
             findings.broken(front.folder + " has a 32-bit front, but not all that belongs to it",
                             reinstall);
+        else if (!systemHasGl)
+            findings.warning(front.front + ", but the system has no 32-bit OpenGL beneath it: "
+                                           "32-bit programs draw nothing",
+                             "install the system's 32-bit OpenGL (libgl1:i386 and a driver), if "
+                             "you use such programs");
         else
             findings.ok(front.front);
         return;
     }
-    const char* set = getenv("LD_LIBRARY_PATH");
     if (ifThere(loader32).empty())
         findings.ok("not there, nor can this machine run 32-bit programs");
-    else if (findLibrary("libGL.so.1", 32, set == nullptr ? "" : set).empty())
+    else if (!systemHasGl)
         findings.ok("not there, nor is a 32-bit OpenGL of the system's");
     else
         findings.warning("not there: 32-bit programs get the system's OpenGL",

@@ -6,9 +6,12 @@
 #include <algorithm>
 #include <cstdlib>
 #include <dlfcn.h>
+#include <elf.h>
 #include <filesystem>
+#include <fstream>
 #include <link.h>
 #include <sstream>
+#include <string_view>
 
 namespace korrun {
 
@@ -36,25 +39,52 @@ bool systemHasDispatch() {
     return true;
 }
 
-// True when the loader finds our vendor library without being told where it is.
-bool loaderFindsVendorLibrary(const Installation& installation) {
+using Folders = std::vector<std::string>;
+
+bool holds(const Folders& folders, const std::string& vendorLibraryPath) {
+    return std::any_of(folders.begin(), folders.end(), [&](const std::string& folder) {
+        std::error_code error;
+        return std::filesystem::equivalent(vendorLibraryPath,
+                                           std::filesystem::path(folder) / vendorLibrary, error);
+    });
+}
+
+// True when the loader of programs like this one finds our vendor library in one of the folders
+// without being told where it is.
+bool ownLoaderFinds(const Folders& folders) {
     void* found = dlopen(vendorLibrary, RTLD_LAZY | RTLD_LOCAL);
     if (found == nullptr)
         return false;
     link_map* map = nullptr;
-    std::error_code error;
-    bool same = false;
-    if (dlinfo(found, RTLD_DI_LINKMAP, &map) == 0)
-        for (const std::string& folder : installation.vendorFolders)
-            same = same || std::filesystem::equivalent(
-                               map->l_name, std::filesystem::path(folder) / vendorLibrary, error);
+    const bool same = dlinfo(found, RTLD_DI_LINKMAP, &map) == 0 && holds(folders, map->l_name);
     dlclose(found);
     return same;
 }
 
+// The same for the loader of programs of another kind. What it would load cannot be loaded here;
+// but its list of the libraries of all kinds has each path as a text between zeros.
+bool otherLoaderFinds(const Folders& folders, const std::string& loaderCache) {
+    std::ifstream cache(loaderCache, std::ios::binary);
+    const std::string ending = std::string("/") + vendorLibrary;
+    for (std::string text; std::getline(cache, text, '\0');)
+        if (text.ends_with(ending) && holds(folders, text))
+            return true;
+    return false;
+}
+
+// Whether it is a library for programs of another kind than this one (32-bit, 64-bit).
+bool isOfAnotherKind(const std::string& library) {
+    char identification[EI_NIDENT] = {};
+    std::ifstream(library, std::ios::binary).read(identification, sizeof identification);
+    constexpr char ownClass = sizeof(void*) == 8 ? ELFCLASS64 : ELFCLASS32;
+    return std::string_view(identification, SELFMAG) == ELFMAG &&
+           identification[EI_CLASS] != ownClass;
+}
+
 void useVendorFront(const Installation& installation, const std::string& display) {
-    if (!loaderFindsVendorLibrary(installation))
-        setenv(variable, prependFolders(installation.vendorFolders, currentPaths()).c_str(), 1);
+    const Folders unknown = foldersUnknownToLoader(installation);
+    if (!unknown.empty())
+        setenv(variable, prependFolders(unknown, currentPaths()).c_str(), 1);
     if (!namesOurVendor(display))
         setenv("__GLX_VENDOR_LIBRARY_NAME", "kor", 1);
 }
@@ -78,6 +108,20 @@ std::string prependFolders(const std::vector<std::string>& folders, const std::s
     if (first.empty() || rest.empty())
         return first + rest;
     return first + ":" + rest;
+}
+
+std::vector<std::string> foldersUnknownToLoader(const Installation& installation,
+                                                const std::string& loaderCache) {
+    Folders own;
+    Folders others;
+    for (const std::string& folder : installation.vendorFolders)
+        (isOfAnotherKind(folder + "/" + vendorLibrary) ? others : own).push_back(folder);
+    Folders unknown;
+    if (!own.empty() && !ownLoaderFinds(own))
+        unknown = own;
+    if (!others.empty() && !otherLoaderFinds(others, loaderCache))
+        unknown.insert(unknown.end(), others.begin(), others.end());
+    return unknown;
 }
 
 Front chooseFront(const Installation& installation, Front wanted) {

@@ -14,6 +14,13 @@ std::string prependFolders(const std::vector<std::string>& folders, const std::s
 // `paths` without `folders`.
 std::string removeFolders(const std::vector<std::string>& folders, const std::string& paths);
 
+// Those of the folders with our vendor library that the dynamic linker has to be told of: it must
+// be found by 64-bit programs and by 32-bit programs, as far as there is one for them.
+// `loaderCache` is the dynamic linker's list of libraries.
+std::vector<std::string>
+foldersUnknownToLoader(const Installation& installation,
+                       const std::string& loaderCache = "/etc/ld.so.cache");
+
 // The kind of front library that is used when this one is wanted; Classic or Glvnd. Throws Failure
 // when there is no such front library.
 Front chooseFront(const Installation& installation, Front wanted);

@@ -216,12 +216,8 @@ TEST_F(TwoVendors, OneThatIsNotThereServesNothing) {
 /// Sessions of korrun's own, with each front.
 test::CommandResult korrun(const std::string& front, const std::string& client) {
     test::Command command;
-    command.arguments = {test::buildProgram("korrun"),
-                         "--session",
-                         "--front=" + front,
-                         "sh",
-                         "-c",
-                         "exec " KOR_LOADING_BIN_DIR "/" + client};
+    command.arguments = {KOR_KORRUN, "--session", "--front=" + front,
+                         "sh",       "-c",        "exec " KOR_LOADING_BIN_DIR "/" + client};
     return runCommand(command, kTime);
 }
 

@@ -14,10 +14,12 @@ def exported(library):
     return {line.split()[2].split("@")[0]: line.split()[1] for line in text.splitlines()}
 
 
-def system_library():
+def system_library(front):
+    # The fifth byte tells 32-bit libraries from 64-bit ones.
+    kind = "libc6" if pathlib.Path(front).read_bytes()[4] == 1 else r"libc6,x86-64"
     text = subprocess.run(["/sbin/ldconfig", "-p"], check=True, capture_output=True,
                           text=True).stdout
-    found = re.findall(r"libGL\.so\.1 \(libc6,x86-64\S*.* => (\S+)", text)
+    found = re.findall(rf"libGL\.so\.1 \({kind}(?:, .*)?\) => (\S+)", text)
     if not found:
         sys.exit("the system has no libGL.so.1 to compare with")
     return found[0]
@@ -32,7 +34,7 @@ def complain(what, names):
 def main():
     front = exported(sys.argv[1])
     folder = pathlib.Path(sys.argv[2])
-    system = exported(system_library())
+    system = exported(system_library(sys.argv[1]))
     listed = set(re.findall(r"^KOR_SYMBOL\((\w+)\)", (folder / "symbols.def").read_text(), re.M))
     own = {line for line in (folder / "own_symbols.txt").read_text().split("\n")
            if line and not line.startswith("#")}

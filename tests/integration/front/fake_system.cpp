@@ -33,9 +33,11 @@ EXPORT long glVertex4i(int a, int b, int c, int d, int e, int f, int g, int h) {
            10000000L * h;
 }
 
+#if defined(__x86_64__)
 /// The upper halves of the vector registers are not arguments, but the low 128 bits are.
 using Four = float __attribute__((vector_size(16)));
 EXPORT float glVertex4fv(Four a, Four b, Four c, Four d, Four e, Four f, Four g, Four h) {
     const Four sum = a + 2 * b + 3 * c + 4 * d + 5 * e + 6 * f + 7 * g + 8 * h;
     return sum[0] + 10 * sum[1] + 100 * sum[2] + 1000 * sum[3];
 }
+#endif

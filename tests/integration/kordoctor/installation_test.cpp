@@ -1,6 +1,7 @@
 // The parts of an installation: there, loadable, of one version.
 #include "doctor_fixture.h"
 #include "installation_checks.h"
+#include "library_search.h"
 
 #include <cstring>
 #include <elf.h>
@@ -140,4 +141,10 @@ TEST_F(InstallationTest, Libraries32BitAreLookedForWhereTheyAreNeeded) {
     put("lib/i386-linux-gnu/libGL_KOR.so", library32());
     EXPECT_THAT(check32(loader), HasStatus("ok"));
     EXPECT_THAT(check32(loader).result, HasSubstr("i386-linux-gnu/kor/libGL.so.1"));
+
+    // Our own is not the system's, whoever has put it into the linker's way.
+    setenv("LD_LIBRARY_PATH", path("lib/i386-linux-gnu/kor").c_str(), 1);
+    const bool machineHasGl = !kordoctor::findLibrary("libGL.so.1", 32, "").empty();
+    EXPECT_THAT(check32(loader), HasStatus(machineHasGl ? "ok" : "warning"));
+    EXPECT_EQ(check32(loader).result.find("no 32-bit OpenGL") == std::string::npos, machineHasGl);
 }

@@ -34,7 +34,12 @@ std::string firstArgument() {
     return text;
 }
 
-const std::string banner = "TESSERA KOR-GL " KOR_VERSION " (64 bit version)";
+#if defined(__x86_64__)
+#define BITS "64"
+#else
+#define BITS "32"
+#endif
+const std::string banner = "TESSERA KOR-GL " KOR_VERSION " (" BITS " bit version)";
 
 } // namespace
 
@@ -187,7 +192,7 @@ TEST_F(Startup, PrintVersionPutsTheBannerAndATwoLineNoticeOnStderr) {
     start();
     const std::string printed = testing::internal::GetCapturedStderr();
     EXPECT_TRUE(std::regex_match(
-        printed, std::regex("TESSERA KOR-GL \\S+ \\(64 bit version\\)\n[^\n]+\n[^\n]+\n\n")))
+        printed, std::regex("TESSERA KOR-GL \\S+ \\(" BITS " bit version\\)\n[^\n]+\n[^\n]+\n\n")))
         << printed;
 }
 

@@ -5,6 +5,7 @@
 
 #include <csignal>
 #include <cstdlib>
+#include <elf.h>
 #include <filesystem>
 #include <fstream>
 #include <gmock/gmock.h>
@@ -78,6 +79,30 @@ TEST_F(InstallationTest, WhatIsMissingIsSaid) {
         EXPECT_EQ(failure.exitStatus(), korrun::StatusMissing);
         EXPECT_THAT(failure.what(), HasSubstr(path("lib/kor")));
     }
+}
+
+TEST_F(InstallationTest, ALibraryForTheOtherKindOfProgramsIsLookedForInTheLoadersList) {
+    constexpr char other = sizeof(void*) == 8 ? ELFCLASS32 : ELFCLASS64;
+    put("lib/libGLX_kor.so.0"); // of this kind, and the loader does not know this folder
+    put("lib/other/libGLX_kor.so.0");
+    std::ofstream(path("lib/other/libGLX_kor.so.0")) << ELFMAG << other << std::string(40, '\0');
+    korrun::Installation installation;
+    installation.vendorFolders = {path("lib"), path("lib/other")};
+    const std::string cache = path("cache");
+
+    EXPECT_THAT(korrun::foldersUnknownToLoader(installation, cache),
+                ElementsAre(path("lib"), path("lib/other")))
+        << "there is no list";
+    std::ofstream(cache) << "head" << '\0' << "/nowhere/libGLX_kor.so.0" << '\0';
+    EXPECT_THAT(korrun::foldersUnknownToLoader(installation, cache),
+                ElementsAre(path("lib"), path("lib/other")));
+    // The list has the path as the loader's settings have it.
+    std::ofstream(cache) << "head" << '\0' << path("lib/../lib/other/libGLX_kor.so.0") << '\0';
+    EXPECT_THAT(korrun::foldersUnknownToLoader(installation, cache), ElementsAre(path("lib")));
+    // Nor does one of the other kind stand in for one of this kind.
+    std::ofstream(cache) << path("lib/libGLX_kor.so.0") << '\0';
+    EXPECT_THAT(korrun::foldersUnknownToLoader(installation, cache),
+                ElementsAre(path("lib"), path("lib/other")));
 }
 
 TEST(KorrunEnvironment, FoldersStandFirstAndOnce) {
