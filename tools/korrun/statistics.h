@@ -14,7 +14,7 @@ struct WindowStatistics {
     bool ended = false; // the window is gone
     unsigned width = 0; // pixels
     unsigned height = 0;
-    std::string strategy; // "shared memory", "plain requests" or "not painted yet"
+    std::string strategy;  // "shared memory", "plain requests" or "not painted yet"
     uint64_t rendered = 0; // while the window could be seen
     uint64_t hidden = 0;   // while it could not
     uint64_t painted = 0;
