@@ -2,6 +2,7 @@
 
 #include "authority.h"
 #include "display_in_use.h"
+#include "file_identity.h"
 #include "problem.h"
 
 #include <cerrno>
@@ -29,6 +30,7 @@ struct Janitor::Traces {
     pid_t webServer = -1;
     std::string lock;
     std::string socket;
+    FileIdentity socketFile; ///< as the server made it
 };
 
 namespace {
@@ -47,16 +49,6 @@ void endServer(int serverFile) {
     }
     pidfd_send_signal(serverFile, SIGKILL, nullptr, 0);
     poll(&wait, 1, serverEndsWithinMilliseconds);
-}
-
-/// A socket that nobody listens on is of no use to anyone, but another server may have made one of
-/// the same name just now and be about to listen: that one has done so when it is asked again.
-void removeDeadSocket(const std::string& path) {
-    if (access(path.c_str(), F_OK) != 0 || listensOn(path))
-        return;
-    poll(nullptr, 0, pauseMilliseconds);
-    if (!listensOn(path))
-        unlink(path.c_str());
 }
 
 void removeLock(const std::string& path, pid_t server) {
@@ -103,6 +95,7 @@ Janitor::Traces Janitor::waitForLauncher(int lifeline) {
         case Message::Display:
             traces.lock = "/tmp/.X" + number + "-lock";
             traces.socket = "/tmp/.X11-unix/X" + number;
+            traces.socketFile = FileIdentity(traces.socket);
             break;
         }
     }
@@ -124,7 +117,8 @@ void Janitor::work(const Remains& remains, int lifeline) {
     if (traces.serverFile != -1)
         endServer(traces.serverFile);
     if (!traces.socket.empty()) {
-        removeDeadSocket(traces.socket);
+        if (traces.socketFile.isAt(traces.socket) && !listensOn(traces.socket))
+            unlink(traces.socket.c_str());
         removeLock(traces.lock, traces.server);
     }
     if (!remains.authority.empty()) {

@@ -119,6 +119,8 @@ Server::Server(const std::string& name, const std::string& program,
                 (result == ReadResult::TimedOut ? " did not answer in time." : " did not start.") +
                 endOfLog(logFile));
     }
+    m_socketPath = "/tmp/.X11-unix/X" + m_number;
+    m_socketFile = kor::server::FileIdentity(m_socketPath);
 }
 
 Server::~Server() {
@@ -159,11 +161,10 @@ void Server::stop() {
 }
 
 void Server::removeSocket() const {
-    // A server that was killed could not remove it. Should another server have taken the number
-    // meanwhile, it answers.
-    const std::string socketFile = "/tmp/.X11-unix/X" + m_number;
-    if (!m_number.empty() && !isServed(socketFile))
-        unlink(socketFile.c_str());
+    // A server that was killed could not remove it. Another server may have taken the number
+    // meanwhile: then the file is not ours, or it answers.
+    if (m_socketFile.isAt(m_socketPath) && !isServed(m_socketPath))
+        unlink(m_socketPath.c_str());
 }
 
 } // namespace korrun

@@ -2,6 +2,7 @@
 
 #include "file_descriptor.h"
 #include "pipe_text.h"
+#include "server/launcher/file_identity.h"
 
 #include <string>
 #include <sys/types.h>
@@ -38,6 +39,8 @@ class Server {
     std::string m_name;
     std::string m_number;
     std::string m_logFile;
+    std::string m_socketPath;
+    kor::server::FileIdentity m_socketFile; // as the server made it
     pid_t m_pid = -1;
     FileDescriptor m_process;
 };

@@ -4,6 +4,9 @@
 #include <csignal>
 #include <fstream>
 #include <sstream>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
 
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -30,6 +33,12 @@ pid_t parentOf(pid_t process) {
     return -1;
 }
 
+// Whether it is gone, or waits to be collected: its memory goes before that.
+bool hasEnded(pid_t process) {
+    const std::string status = readFile("/proc/" + std::to_string(process) + "/status");
+    return status.empty() || status.find("State:\tZ") != std::string::npos;
+}
+
 constexpr const char* tellAndWait =
     "echo $DISPLAY; echo $KOR_GL_DISPLAY; echo $XAUTHORITY; echo told; exec sleep 60";
 
@@ -52,6 +61,18 @@ class KorrunSessionTest : public KorrunTest {
                               std::chrono::seconds(60)))
             << run.errors();
         return readView(run.output());
+    }
+    // Kills the local display's server, which is the one that was started with the session's
+    // cookie, and waits until it is gone.
+    void killLocalServer() const {
+        pid_t process = -1;
+        for (const std::string& server : servers())
+            if (server.find("Xvfb") != std::string::npos &&
+                server.find("Xkor") == std::string::npos)
+                process = static_cast<pid_t>(std::stol(server));
+        ASSERT_GT(process, 1);
+        kill(process, SIGKILL);
+        EXPECT_TRUE(comesTrue([&] { return hasEnded(process); }));
     }
     void expectNothingLeft(const SessionView& view) const {
         EXPECT_TRUE(comesTrue([&] { return servers().empty(); }))
@@ -172,15 +193,32 @@ TEST_F(KorrunSessionTest, NothingStaysWhenKorrunIsKilledAtTheStart) {
 TEST_F(KorrunSessionTest, ServerThatIsKilledLeavesNoSocket) {
     Program run = korrun({"--session", "sh", "-c", tellAndWait});
     const SessionView view = wait(run);
-    // The local display's server is the one that was started with this session's cookie.
-    for (const std::string& server : servers())
-        if (server.find("Xvfb") != std::string::npos && server.find("Xkor") == std::string::npos)
-            kill(static_cast<pid_t>(std::stol(server)), SIGKILL);
-    usleep(200000);
+    killLocalServer();
     kill(run.pid(), SIGTERM);
     EXPECT_EQ(run.status(), 128 + SIGTERM);
     EXPECT_THAT(run.errors(), HasSubstr("the session's Xvfb had ended by itself"));
     expectNothingLeft(view);
+}
+
+// Numbers are taken again at once, and a server that has just made its socket does not listen yet.
+TEST_F(KorrunSessionTest, SocketThatAnotherServerHasJustMadeStays) {
+    Program run = korrun({"--session", "sh", "-c", tellAndWait});
+    const SessionView view = wait(run);
+    killLocalServer();
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    const std::string path = "/tmp/.X11-unix/X" + displayNumber(view.glDisplay);
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    files::remove(path);
+    const int other = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    // Where this fails, somebody's server was quicker, and its socket has to stay as well.
+    const bool made = bind(other, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+    kill(run.pid(), SIGTERM);
+    EXPECT_EQ(run.status(), 128 + SIGTERM);
+    EXPECT_TRUE(files::exists(path));
+    close(other);
+    if (made)
+        files::remove(path);
 }
 
 TEST_F(KorrunSessionTest, ServersEndWithTheirKeeper) {
