@@ -49,6 +49,33 @@ class Starters(TestCase):
                                   "vt7", "-keeptty")
         self.expect_session(result)
 
+    def server_file(self):
+        """The file in which a user names his server; both starters look for it in his home."""
+        file = self.folder / "home/.xserverrc"
+        file.write_text('#!/bin/sh\nexec Xkor -geometry 900x700 "$@"\n')
+        file.chmod(0o755)
+        return {"PATH": f"{BIN}:{self.environment['PATH']}"}
+
+    def test_xinit_with_a_server_file(self):
+        environment = self.server_file()
+        result = self.run_program("xinit", self.program, "--", f":{self.number}",
+                                  environment=environment)
+        self.expect_session(result)
+        self.assertRegex(result.stdout, r"dimensions: +900x700 pixels")
+
+    def test_startx_with_a_server_file(self):
+        environment = self.server_file()
+        # It looks at the file only when nothing is said of the server, and picks the number itself;
+        # another server may take that in the meantime.
+        for _ in range(5):
+            result = self.run_program("startx", self.program, environment=environment)
+            if "is in use" not in result.stderr:
+                break
+        self.number = int(re.search(r"display :(\d+)", result.stdout + "display :0").group(1))
+        self.assertIn("KOR-V1\n", result.stdout, result.stderr)
+        self.assertRegex(result.stdout, r"dimensions: +900x700 pixels")
+        self.assertEqual(processes_naming(str(self.folder)), [])
+
     def test_display_manager(self):
         authority = self.folder / "authority"
         self.run_program("xauth", "-f", authority, "add", f":{self.number}", ".", "00" * 16)
