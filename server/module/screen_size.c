@@ -19,6 +19,7 @@ static unsigned largestWidth;
 static unsigned largestHeight;
 
 static RRScreenSetSizeProcPtr driverSetSize[MAXSCREENS];
+static RRCrtcSetProcPtr driverSetCrtc[MAXSCREENS];
 
 int korScreenSizeSetLargest(const char* size) {
     char rest;
@@ -69,6 +70,35 @@ static void offerMode(ScreenPtr screen, unsigned width, unsigned height) {
     free(modes);
 }
 
+/* VNC turns an output off that would not fit into a viewer's size, and leaves it so when the size
+ * is refused: window managers would see no monitor any more. It is turned on again with the size
+ * that the screen has kept. */
+static Bool turnOutputOn(ClientPtr client, void* data) {
+    (void)client;
+    const ScreenPtr screen = data;
+    rrScrPriv(screen);
+    RROutputPtr output = pScrPriv->numOutputs > 0 ? pScrPriv->outputs[0] : NULL;
+    if (!output || output->crtc || output->numCrtcs == 0)
+        return TRUE;
+    offerMode(screen, (unsigned)screen->width, (unsigned)screen->height);
+    for (int i = 0; i < output->numModes; ++i)
+        if (output->modes[i]->mode.width == screen->width &&
+            output->modes[i]->mode.height == screen->height) {
+            RRCrtcSet(output->crtcs[0], output->modes[i], 0, 0, RR_Rotate_0, 1, &output);
+            break;
+        }
+    return TRUE;
+}
+
+static Bool setCrtc(ScreenPtr screen, RRCrtcPtr crtc, RRModePtr mode, int x, int y,
+                    Rotation rotation, int numOutputs, RROutputPtr* outputs) {
+    /* A client that turns an output off means it. VNC does so between the clients' requests, and
+     * has turned it on again, if it is going to, when the queue is looked at. */
+    if (!mode && !GetCurrentClient())
+        QueueWorkProc(turnOutputOn, NULL, screen);
+    return driverSetCrtc[screen->myNum](screen, crtc, mode, x, y, rotation, numOutputs, outputs);
+}
+
 static Bool setSize(ScreenPtr screen, CARD16 width, CARD16 height, CARD32 mmWidth,
                     CARD32 mmHeight) {
     if (width > largestWidth || height > largestHeight)
@@ -110,6 +140,9 @@ void korScreenSizeInit(void) {
             continue;
         driverSetSize[i] = pScrPriv->rrScreenSetSize;
         pScrPriv->rrScreenSetSize = setSize;
+        driverSetCrtc[i] = pScrPriv->rrCrtcSet;
+        if (driverSetCrtc[i])
+            pScrPriv->rrCrtcSet = setCrtc;
         RegisterBlockAndWakeupHandlers(startUp, afterWaiting, screen);
     }
 }

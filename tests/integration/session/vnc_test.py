@@ -75,10 +75,15 @@ class Vnc(TestCase):
             self.assertEqual((client.width, client.height), size)
             # The one monitor covers the screen: window managers go by it.
             self.assertEqual(screen(), [size, size])
-        self.assertEqual(client.resize(7681, 4320), 3)
-        self.assertEqual(screen(), [(1024, 768)] * 2)
+        # What is too large is refused, and nothing changes; the viewer goes on being served.
+        for size in ((7681, 4320), (7680, 4321), (8000, 600), (600, 5000), (16384, 16384),
+                     (32768, 1), (65535, 65535)):
+            self.assertIn(client.resize(*size), (1, 3), size)  # prohibited, or invalid
+            self.assertEqual(screen(), [(1024, 768)] * 2, size)
         client.picture()
         self.assertEqual(client.pixel(1023, 767), 0)
+        self.assertEqual(client.resize(1000, 600), 0)
+        self.assertIsNone(server.poll())
 
     def test_xrandr_is_followed(self):
         port = free_port()
