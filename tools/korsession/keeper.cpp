@@ -5,6 +5,7 @@
 #include "desktop.h"
 #include "environment.h"
 #include "failure.h"
+#include "log_folder.h"
 #include "pipe_text.h"
 #include "process_group.h"
 #include "server.h"
@@ -157,6 +158,11 @@ void Keeper::startApplicationDisplay(const std::string& glDisplay, const std::st
     const std::string printed = contentsOf(log("Xkor.log"));
     m_facts[factDisplay] = ":" + m_application->number();
     m_facts[factVnc] = restAfter(printed, "with a VNC viewer: ");
+    // It is the log that tells where to look; the disk can have filled up since it was tried.
+    if (m_facts[factVnc].empty())
+        throw Failure(korrun::StatusMissing,
+                      "Xkor has started, but what it says cannot be read in " + log("Xkor.log") +
+                          (complaintAbout(m_plan.logFolder).empty() ? "" : ": the disk is full"));
     if (const std::string page = restAfter(printed, "in a browser: "); !page.empty())
         m_facts[factPage] = page;
 }

@@ -10,6 +10,7 @@
 #include <ctime>
 #include <fcntl.h>
 #include <filesystem>
+#include <sys/statvfs.h>
 #include <unistd.h>
 #include <vector>
 
@@ -114,6 +115,16 @@ std::string makeLogFolder(const std::optional<std::string>& given) {
         throw;
     }
     return folder;
+}
+
+std::string complaintAbout(const std::string& logFolder) {
+    struct statvfs disk {};
+    const bool found = statvfs(logFolder.c_str(), &disk) == 0;
+    if (found && (geteuid() == 0 ? disk.f_bfree : disk.f_bavail) > 0)
+        return "";
+    return "the log directory " + logFolder +
+           " cannot be written to any more: " + std::strerror(found ? ENOSPC : errno) +
+           "; the session goes on, what it has to say is lost";
 }
 
 } // namespace korsession

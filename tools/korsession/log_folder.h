@@ -10,4 +10,7 @@ namespace korsession {
 // Failure.
 std::string makeLogFolder(const std::optional<std::string>& given);
 
+// Why a session's log can no longer be written, for the user; empty while it can.
+std::string complaintAbout(const std::string& logFolder);
+
 } // namespace korsession

@@ -1,12 +1,14 @@
 #include "actions.h"
 #include "command.h"
 #include "desktop.h"
+#include "display_probe.h"
 #include "environment.h"
 #include "failure.h"
 #include "installation.h"
 #include "registry.h"
 
 #include <cstdlib>
+#include <string>
 
 namespace korsession {
 
@@ -21,6 +23,12 @@ int run(const Options& options) {
     set("DISPLAY", factDisplay);
     set("KOR_GL_DISPLAY", factGlDisplay);
     setenv("XAUTHORITY", (entry.folder + "/Xauthority").c_str(), 1);
+    // Said once and here; the program would say it at every call, or find no picture.
+    const std::string gpu = std::getenv("KOR_GL_DISPLAY");
+    if (const korrun::DisplayState state = korrun::probeDisplay(gpu); !korrun::isUsable(state))
+        throw korrun::Failure(korrun::StatusMissing,
+                              "the session's GPU display " + gpu + " " + korrun::describe(state) +
+                                  ": see that its server runs again, or start another session");
     leaveCallersSession();
     korrun::useFront(korrun::findInstallation(), korrun::Front::Auto, "");
     korrun::becomeCommand(options.command);

@@ -164,6 +164,9 @@ int list() {
         std::printf("session %s: open %s (VNC viewer: %s; command: %s; logs: %s)\n",
                     fact(factDisplay).c_str(), page.empty() ? fact(factVnc).c_str() : page.c_str(),
                     fact(factVnc).c_str(), fact(factCommand).c_str(), fact(factLogs).c_str());
+        std::fflush(stdout);
+        if (const std::string complaint = complaintAbout(fact(factLogs)); !complaint.empty())
+            say(fact(factDisplay) + ": " + complaint);
     }
     return 0;
 }

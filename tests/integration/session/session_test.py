@@ -276,6 +276,35 @@ class Crash(SessionTest):
         self.assertIn("Xkor has ended", (session.logs / "korsession.log").read_text())
 
 
+    def test_software_display_killed(self):
+        session = self.started()
+        xvfb = [line for line in processes_naming(str(self.folder)) if "Xvfb\x00" in line]
+        os.kill(int(xvfb[0].split(":")[0]), signal.SIGKILL)
+        self.expect_nothing_left(session)
+        self.assertIn("Xvfb has ended", (session.logs / "korsession.log").read_text())
+        self.assertEqual(self.korsession("stop", session.display).returncode, 1)
+
+    def test_gpu_display_that_goes_away(self):
+        """It may come back: the session stays, and says what is missing."""
+        reading, writing = os.pipe()
+        gpu = self.start("Xvfb", "-displayfd", str(writing), "-screen", "0", "640x480x24",
+                         "+extension", "GLX", "-nolisten", "tcp", pass_fds=[writing])
+        os.close(writing)
+        with os.fdopen(reading) as pipe:
+            name = ":" + pipe.readline().strip()
+        session = self.start_session("--gl-display", name, "sleep", "600")
+        self.assertEqual(self.korsession("run", "glxinfo", "-B").returncode, 0)
+        gpu.kill()
+        gpu.wait(20)
+        result = self.korsession("run", "glxinfo", "-B")
+        self.assertEqual((result.returncode, result.stdout), (3, ""))
+        self.assertRegex(result.stderr,
+                         rf"\Akorsession: the session's GPU display {name} [^\n]+\n\Z")
+        self.assertIn(session.display, self.korsession("list").stdout)
+        self.stop_session()
+        self.assertEqual(self.remains(session), [])
+
+
 class BadInput(SessionTest):
     def refused(self, status, part, *arguments, environment=None):
         with self.subTest(arguments=arguments):
@@ -376,6 +405,48 @@ class BadInput(SessionTest):
         self.expect_failure(result, 3, f"log directory {small}/logs cannot be",
                             "No space left on device", program="korsession")
         self.assertEqual(list(self.sessions.iterdir()) if self.sessions.exists() else [], [])
+
+    def in_small_place(self, script):
+        """Runs a script in whose mount namespace the folder "small" has room for 512 KiB."""
+        small = self.folder / "small"
+        small.mkdir()
+        isolation = ["unshare", "--mount"] + ([] if os.geteuid() == 0 else ["--map-root-user"])
+        return self.run_program(*isolation, "sh", "-c",
+                                f"mount -t tmpfs -o size=512k none {small} && {{ {script}\n}}",
+                                timeout=120)
+
+    def test_disk_that_fills_up_later(self):
+        """The session goes on, whoever asks is told, and it ends as ever."""
+        small, program = self.folder / "small", f"{BIN}/korsession"
+        result = self.in_small_place(f"""
+            {program} start --log-dir {small}/logs sh -c \
+                'head -c 2000000 /dev/zero; echo full > {self.folder}/full; sleep 600' &&
+            while ! [ -e {self.folder}/full ]; do sleep 0.1; done &&
+            {program} list && {program} run glxinfo -B && {program} stop && {program} list
+            echo status $?""")
+        self.assertIn("status 0\n", result.stdout, result.stderr)
+        self.assertIn("OpenGL renderer string", result.stdout)
+        self.assertRegex(result.stdout, r"session :\d+ has ended\nstatus")
+        self.assertRegex(result.stderr,
+                         rf"\Akorsession: :\d+: the log directory {small}/logs cannot be written to "
+                         r"any more: No space left on device; [^\n]*\n\Z")
+        self.assertEqual(list(self.sessions.iterdir()), [])
+        self.assertEqual(processes_naming(str(self.folder)), [])
+
+    def test_disk_that_fills_up_while_the_session_starts(self):
+        """After the log directory was tried: what Xkor says is lost."""
+        small = self.folder / "small"
+        tools = self.tools(*("Xvfb", "vncpasswd", "websockify", "python3", "sh"))
+        (tools / "Xvfb").unlink()
+        (tools / "Xvfb").write_text(f"#!/bin/sh\nPATH=/usr/bin:/bin\n"
+                                    f"head -c 2000000 /dev/zero 2>/dev/null > {small}/rest\n"
+                                    'exec Xvfb "$@"\n')
+        (tools / "Xvfb").chmod(0o755)
+        result = self.in_small_place(
+            f"PATH={tools} exec {BIN}/korsession start --log-dir {small}/logs /bin/sleep 600")
+        self.expect_failure(result, 3, f"{small}/logs/Xkor.log", "the disk is full",
+                            program="korsession")
+        self.assertEqual(list(self.sessions.iterdir()), [])
 
     def test_folder_of_the_sessions_that_others_can_write_to(self):
         self.sessions.mkdir()
