@@ -6,6 +6,8 @@
 #include <csignal>
 #include <cstdio>
 #include <poll.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 namespace korsession {
 
@@ -20,19 +22,32 @@ std::string nameOf(const Entry& entry) {
     return display == entry.facts.end() ? "that is starting" : display->second;
 }
 
-void askToEnd(const Entry& entry) {
+// Asks the session's keeper to end. What is returned can be polled for the end of its process; it
+// is not open when the process is gone already.
+korrun::FileDescriptor askToEnd(const Entry& entry) {
+    if (entry.keeper <= 1)
+        return {};
+    korrun::FileDescriptor process(static_cast<int>(syscall(SYS_pidfd_open, entry.keeper, 0)));
     // Its lock is held, so the number is that of a keeper, or of nobody if that one was killed.
-    if (entry.keeper > 1 && isRunning(entry))
-        kill(entry.keeper, SIGTERM);
+    if (!isRunning(entry))
+        return {};
+    kill(entry.keeper, SIGTERM);
+    return process;
 }
 
-bool waitForEnd(const Entry& entry) {
+bool waitForEnd(const Entry& entry, const korrun::FileDescriptor& keeper) {
     const korrun::Clock::time_point deadline = korrun::Clock::now() + stoppingPatience;
     while (isRunning(entry)) {
         if (korrun::Clock::now() >= deadline)
             return false;
         poll(nullptr, 0, 20);
     }
+    // The keeper removes its folder, and then ends.
+    pollfd process{keeper.get(), POLLIN, 0};
+    if (keeper.isOpen() &&
+        poll(&process, 1, static_cast<int>(std::chrono::milliseconds(stoppingPatience).count())) ==
+            0)
+        return false;
     removeFolder(entry.folder);
     return true;
 }
@@ -42,11 +57,14 @@ bool waitForEnd(const Entry& entry) {
 int stop(const Options& options) {
     const std::vector<Entry> sessions =
         options.all ? runningSessions() : std::vector<Entry>{findSession(options.session)};
+    std::vector<korrun::FileDescriptor> keepers;
+    keepers.reserve(sessions.size());
     for (const Entry& entry : sessions)
-        askToEnd(entry);
+        keepers.push_back(askToEnd(entry));
     int status = 0;
-    for (const Entry& entry : sessions) {
-        if (waitForEnd(entry)) {
+    for (std::size_t i = 0; i < sessions.size(); ++i) {
+        const Entry& entry = sessions[i];
+        if (waitForEnd(entry, keepers[i])) {
             std::printf("session %s has ended\n", nameOf(entry).c_str());
             continue;
         }

@@ -2,6 +2,7 @@
 #include "korrun_fixture.h"
 
 #include <csignal>
+#include <filesystem>
 #include <fstream>
 #include <sys/wait.h>
 
@@ -64,6 +65,16 @@ TEST_F(KorrunTest, TheVendorLibraryComesFirstWhereItIsThere) {
                          {{"LD_LIBRARY_PATH", "/somewhere:" + path("lib")}});
     EXPECT_EQ(run.status(), 0);
     EXPECT_EQ(run.output(), path("lib/kor") + ":/somewhere\n\n");
+}
+
+TEST_F(KorrunTest, VendorLibraryStaysWhereTheCallersPathLeadsToIt) {
+    // One that can be loaded: korrun itself finds it by the variable, and so must the command.
+    std::filesystem::copy(path("lib/kor/libGL.so.1"), path("lib/libGLX_kor.so.0"));
+    for (const std::string& paths : {path("lib"), "/somewhere:" + path("lib") + "/"}) {
+        Program run = korrun({"sh", "-c", "echo $LD_LIBRARY_PATH"}, {{"LD_LIBRARY_PATH", paths}});
+        EXPECT_EQ(run.status(), 0);
+        EXPECT_TRUE(run.output().starts_with(path("lib"))) << run.output();
+    }
 }
 
 TEST_F(KorrunTest, AMissingVendorLibraryIsSaid) {
