@@ -24,6 +24,11 @@ BY_NEW_USER = {
 # Lines of other boxes, by how they begin.
 NOT_RUN = {
     "xauth -f /run/gpu-display.auth": "a line of a service for a GPU's display",
+    "scripts/package": "builds packages, for minutes; scripts/test --all does it",
+    "apt-get install ./build/packages/": "changes the machine; scripts/package-test does it",
+    "cmake --preset release": "builds anew; the packages are built in this way",
+    "cmake --build --preset release": "builds anew; scripts/demo and scripts/test do it",
+    "cmake --install build/release": "changes the machine; scripts/new-user does it",
     "podman run": "wants a container engine and an image",
     "ssh -L": "wants another machine",
     "cmake --preset asan-ubsan": "builds anew; scripts/test --all does it",

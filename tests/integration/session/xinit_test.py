@@ -64,14 +64,19 @@ class Starters(TestCase):
         self.assertRegex(result.stdout, r"dimensions: +900x700 pixels")
 
     def test_startx_with_a_server_file(self):
-        environment = self.server_file()
-        # It looks at the file only when nothing is said of the server, and picks the number itself;
-        # another server may take that in the meantime.
-        for _ in range(5):
-            result = self.run_program("startx", self.program, environment=environment)
-            if "is in use" not in result.stderr:
-                break
-        self.number = int(re.search(r"display :(\d+)", result.stdout + "display :0").group(1))
+        # It looks at the file only when nothing is said of the server, and takes the first number
+        # that looks free, which another server could take as well: it gets a /tmp of its own, and
+        # a network, since sockets of displays have names there.
+        self.server_file()
+        isolation = ["unshare", "--mount", "--net"]
+        isolation += [] if os.geteuid() == 0 else ["--map-root-user"]
+        result = self.run_program(
+            *isolation, "sh", "-c", 'mount --bind "$KOR_TEST_FOLDER" /tmp && startx /tmp/program',
+            environment={"PATH": f"{BIN}:{self.environment['PATH']}", "HOME": "/tmp/home",
+                         "XDG_STATE_HOME": "/tmp/state", "XDG_RUNTIME_DIR": "/tmp/runtime",
+                         "XDG_CONFIG_HOME": "/tmp/home", "TMPDIR": "/tmp",
+                         "KOR_TEST_FOLDER": str(self.folder)})
+        self.assertIn("display :0\n", result.stdout, result.stderr)
         self.assertIn("KOR-V1\n", result.stdout, result.stderr)
         self.assertRegex(result.stdout, r"dimensions: +900x700 pixels")
         self.assertEqual(processes_naming(str(self.folder)), [])
