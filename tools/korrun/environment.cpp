@@ -49,9 +49,27 @@ bool holds(const Folders& folders, const std::string& vendorLibraryPath) {
     });
 }
 
+// Whether the variable named one of the folders when this process began. The loader keeps to that,
+// whatever became of the variable: it finds what programs that are started from here would not.
+bool wasTold(const Folders& folders) {
+    std::ifstream environment("/proc/self/environ", std::ios::binary);
+    const std::string begin = std::string(variable) + "=";
+    for (std::string entry; std::getline(environment, entry, '\0');) {
+        if (!entry.starts_with(begin))
+            continue;
+        std::istringstream told(entry.substr(begin.size()));
+        for (std::string folder; std::getline(told, folder, ':');)
+            if (holds(folders, (std::filesystem::path(folder) / vendorLibrary).string()))
+                return true;
+    }
+    return false;
+}
+
 // True when the loader of programs like this one finds our vendor library in one of the folders
 // without being told where it is.
 bool ownLoaderFinds(const Folders& folders) {
+    if (wasTold(folders))
+        return false;
     void* found = dlopen(vendorLibrary, RTLD_LAZY | RTLD_LOCAL);
     if (found == nullptr)
         return false;

@@ -178,8 +178,14 @@ class Web(TestCase):
     def test_session_goes_on_when_the_web_server_is_lost(self):
         port, web = free_port(), free_port()
         server = self.xkor("-vnc", port, "-web", web, *INSECURE)
-        found = [line for line in processes_naming(str(self.folder)) if "websockify" in line]
-        self.assertEqual(len(found), 1, found)
+        found = []
+
+        def web_server():
+            # For each connection, such as the one that finds out that it listens, there is a second.
+            found[:] = [line for line in processes_naming(str(self.folder))
+                        if "websockify" in line]
+            return len(found) == 1
+        self.assertTrue(wait_until(web_server), found)
         subprocess.run(["kill", "-KILL", found[0].split(":")[0]], check=True, timeout=10)
         self.assertTrue(wait_until(
             lambda: "browsers no longer reach display " + server.display in server.complaints()),

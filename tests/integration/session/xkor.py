@@ -119,12 +119,16 @@ class TestCase(unittest.TestCase):
 
     def xkor(self, *arguments, environment=None):
         """A running Xkor; its attribute display says where."""
-        reading, writing = os.pipe()
-        server = self.start(BIN / "Xkor", "-displayfd", str(writing), *arguments,
-                            environment=environment, pass_fds=[writing])
-        os.close(writing)
-        with os.fdopen(reading) as pipe:
-            line = pipe.readline()  # ends when the server has ended
+        for _ in range(5):
+            reading, writing = os.pipe()
+            server = self.start(BIN / "Xkor", "-displayfd", str(writing), *arguments,
+                                environment=environment, pass_fds=[writing])
+            os.close(writing)
+            with os.fdopen(reading) as pipe:
+                line = pipe.readline()  # ends when the server has ended
+            # A port that was free can have been taken by another test's server in between.
+            if line or "ddress already in use" not in server.complaints():
+                break
         self.assertRegex(line, r"^\d+\n$", server.complaints())
         server.display = ":" + line.strip()
         found = re.search(r"XAUTHORITY=(\S+)", server.complaints())
