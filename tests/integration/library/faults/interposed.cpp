@@ -12,6 +12,7 @@
 #include <cstring>
 #include <mutex>
 #include <netdb.h>
+#include <new>
 #include <pthread.h>
 #include <sys/ipc.h>
 #include <sys/shm.h>
@@ -25,8 +26,9 @@ Fault createGc, getVisualInfo, createImage, getImage;
 Fault shmQueryExtension, shmCreateImage, shmAttach, shmPutImage;
 Fault shmGet, shmAt;
 Fault queryFont, getFontProperty, getAtomName, loadQueryFont;
-Fault setSpecific;
+Fault setSpecific, keyCreate;
 std::atomic<size_t> failingAllocation{0};
+std::atomic<size_t> throwingAllocation{0};
 std::atomic<VisualID> visualIdGiven{0};
 std::atomic<int64_t> timeOfDay{-1};
 std::function<void(Display*)> beforeCreateImage;
@@ -128,6 +130,25 @@ FAILING(XFontStruct*, XLoadQueryFont, loadQueryFont, nullptr, (Display * display
         (display, name))
 FAILING(int, pthread_setspecific, setSpecific, ENOMEM, (pthread_key_t key, const void* value),
         (key, value))
+
+FAILING(int, pthread_key_create, keyCreate, ENOMEM, (pthread_key_t * key, void (*destroy)(void*)),
+        (key, destroy))
+
+// operator new, by the name that the compiler gives it.
+#if defined(__LP64__)
+#define OPERATOR_NEW _Znwm
+#else
+#define OPERATOR_NEW _Znwj
+#endif
+#define JOINED(prefix, name) prefix##name
+#define REAL(name) JOINED(__real_, name)
+#define WRAPPED(name) JOINED(__wrap_, name)
+void* REAL(OPERATOR_NEW)(size_t);
+void* WRAPPED(OPERATOR_NEW)(size_t size) {
+    if (size == throwingAllocation.load(std::memory_order_relaxed))
+        throw std::bad_alloc();
+    return REAL(OPERATOR_NEW)(size);
+}
 
 XVisualInfo* __real_XGetVisualInfo(Display*, long, XVisualInfo*, int*);
 XVisualInfo* __wrap_XGetVisualInfo(Display* display, long mask, XVisualInfo* wanted, int* count) {

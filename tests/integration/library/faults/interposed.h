@@ -43,10 +43,12 @@ extern Fault createGc, getVisualInfo, createImage, getImage;
 extern Fault shmQueryExtension, shmCreateImage, shmAttach, shmPutImage;
 extern Fault shmGet, shmAt;
 extern Fault queryFont, getFontProperty, getAtomName, loadQueryFont;
-extern Fault setSpecific;
+extern Fault setSpecific, keyCreate;
 
 /// malloc of exactly this size fails; 0: none.
 extern std::atomic<size_t> failingAllocation;
+/// operator new of exactly this size throws; 0: none.
+extern std::atomic<size_t> throwingAllocation;
 
 /// Called with the connection before XCreateImage and XShmAttach have their effect.
 extern std::function<void(Display*)> beforeCreateImage;

@@ -8,6 +8,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <new>
 #include <sstream>
 #include <unistd.h>
 
@@ -181,4 +182,21 @@ TEST_F(StartupOutput, AThreadRecordThatCannotBeKeptIsMadeAgainEachTime) {
     EXPECT_EQ(getTSD(), kept);
     delete first;
     delete second;
+}
+
+TEST_F(StartupOutput, AKeyThatCannotBeMadeForAnotherReasonIsNotReported) {
+    kor::test::keyCreate.arm();
+    EXPECT_EQ(stderrOfInit(), "");
+    EXPECT_EQ(logFile(), begin() + record('D', init, "DONE"));
+    EXPECT_EQ(getTSD(), nullptr);
+}
+
+TEST_F(StartupOutput, AThreadRecordWithoutMemoryIsTheAllocatorsFailureAndNothingIsKept) {
+    start();
+    kor::test::throwingAllocation = sizeof(kor::gl::TSD);
+    EXPECT_THROW(getTSD(), std::bad_alloc);
+    kor::test::throwingAllocation = 0;
+    kor::gl::TSD* record = getTSD();
+    ASSERT_NE(record, nullptr);
+    EXPECT_EQ(getTSD(), record);
 }
