@@ -11,7 +11,7 @@ namespace {
 
 void countFrames(benchmark::State& state) {
     kor::gl::FrameStatistics statistics;
-    for (auto pass : state) {
+    for ([[maybe_unused]] const auto pass : state) {
         benchmark::DoNotOptimize(&statistics);
         statistics.rendered(false);
         statistics.begins(0x200002);

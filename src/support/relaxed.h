@@ -30,7 +30,8 @@ template <typename T> class Relaxed {
 
   private:
     std::atomic<T> value_;
-    static_assert(sizeof(std::atomic<T>) == sizeof(T));
+    // Of a pointer, too, the size of itself is meant.
+    static_assert(sizeof(std::atomic<T>) == sizeof(T)); // NOLINT(bugprone-sizeof-expression)
 };
 
 } // namespace kor
