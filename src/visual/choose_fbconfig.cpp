@@ -89,6 +89,7 @@ GLXFBConfig* kor_glXChooseFBConfig(Display* dpy, int /*screen*/, const int* attr
         malloc(sizeof(GLXFBConfig) * static_cast<size_t>(std::max(*nelements, 1))));
     if (kept == nullptr) {
         KOR_ERROR("could not allocate fbconfig array");
+        XFree(configs);
         return nullptr;
     }
     int keptCount = 0;

@@ -127,7 +127,8 @@ TEST_F(FrameStatisticsTest, ThreadsThatCountAtTheSameTimeShareNoLine) {
     for (std::thread& thread : running)
         thread.join();
     uint32_t live = 0;
-    for (const StatisticsLine& line : page()->lines)
+    const auto seen = page();
+    for (const StatisticsLine& line : seen->lines)
         if (line.state == StatisticsLine::Live) {
             ++live;
             EXPECT_EQ(line.hidden, line.window - 99);
@@ -173,7 +174,8 @@ TEST_F(FrameStatisticsTest, LinesOfEndedWindowsStayUntilTheyAreNeeded) {
     FrameStatistics refused;
     paint(refused, 1);
     paint(refused, 1);
-    for (const StatisticsLine& line : page()->lines)
+    const auto full = page();
+    for (const StatisticsLine& line : full->lines)
         EXPECT_NE(line.window, 1U) << "a page that is full has no line for another window";
 
     windows[7].reset();
