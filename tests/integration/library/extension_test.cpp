@@ -69,6 +69,13 @@ TEST_F(Extension, AnUnknownWindowFailsWithoutAnError) {
     EXPECT_THAT(xErrors(), testing::IsEmpty());
 }
 
+TEST_F(Extension, AnErrorOfAnotherRequestStillReachesTheHandler) {
+    const Window window = makeWindow(20, 20);
+    XMapWindow(app, 0x1234567); // its error comes just before the answer
+    EXPECT_TRUE(XKorExtGetWindowInfo(app, codes, window, &visible, &visual, rect));
+    EXPECT_THAT(xErrors(), testing::ElementsAre(BadWindow));
+}
+
 TEST_F(Extension, TellsTheNameOfTheGpuDisplay) {
     const kor::test::XServer told({.glDisplay = "somewhere:5.1", .arguments = {}});
     Display* display = XOpenDisplay(told.name().c_str());
