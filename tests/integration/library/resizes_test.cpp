@@ -77,6 +77,29 @@ TEST_F(Resizes, ADriverThatWillNotBindAgainIsReported) {
     EXPECT_TRUE(said('W', "checkForResize", "failed to restore context"));
 }
 
+TEST_F(Resizes, AWindowWhoseContextIsForgottenStaysUnbound) {
+    begin(60, 40);
+    record()->lastContext = nullptr;
+    resizeWindow(window, 70, 30);
+    gl.clearCalls();
+    record()->checkForResize();
+    EXPECT_THAT(pbuffersMade(), ElementsAre("70x30"));
+    EXPECT_THAT(gl.callsOf("glXMakeContextCurrent"), IsEmpty());
+    EXPECT_THAT(gl.callsOf("glXMakeCurrent"), SizeIs(1)); // the one that unbinds
+}
+
+TEST_F(Resizes, ARecordThatHasEndedWhileItWasUsedMakesNothingNew) {
+    begin(60, 40);
+    const kor::gl::DrawableRef used = record();
+    eraseLocalDrawable(window, kor::gl::WindowDrawable);
+    resizeWindow(window, 70, 30);
+    gl.clearCalls();
+    used->checkForResize();
+    used->updateOffscreenPbuffer();
+    used->readback();
+    EXPECT_THAT(gl.calls(), IsEmpty());
+}
+
 TEST_F(Resizes, OnlyWindowsAreResized) {
     begin(60, 40);
     const GLXPbuffer pbuffer = kor_glXCreatePbuffer(app, config("double1"), nullptr);

@@ -1,5 +1,5 @@
 // What fails only when most has succeeded: the local connection of a second application display,
-// and visuals that the server no longer names.
+// and the memory for an answer.
 
 #include "displays.h"
 #include "interposed.h"
@@ -7,6 +7,7 @@
 #include "display/connections.h"
 #include "drawable/registry.h"
 
+#include <cstring>
 #include <thread>
 
 namespace {
@@ -47,16 +48,15 @@ TEST_F(LateFaults, WithoutALocalConnectionOfItsOwnADisplaysWindowHasNoRecord) {
     XCloseDisplay(other);
 }
 
-TEST_F(LateFaults, AVisualThatTheServerNoLongerNamesCannotBeChosen) {
+TEST_F(LateFaults, WithoutMemoryForTheExtensionStringThereIsNoneUntilItIsAskedForAgain) {
+    localScript.extensions =
+        "GLX_ARB_multisample GLX_EXT_visual_rating GLX_EXT_texture_from_pixmap";
+    useScripts();
     start();
-    int list[] = {GLX_RGBA, GLX_DOUBLEBUFFER, None};
-    XFree(kor_glXChooseVisual(app, DefaultScreen(app), list));
-    markLog();
-    kor::test::getVisualInfo.arm();
-    EXPECT_EQ(kor_glXChooseVisual(app, DefaultScreen(app), list), nullptr);
-    EXPECT_EQ(sayings("kor_glXChooseVisual").back(), "FAILED!");
-    kor::test::getVisualInfo.arm();
-    EXPECT_EQ(kor_glXGetVisualFromFBConfig(app, config("double1")), nullptr);
-    EXPECT_EQ(sayings("kor_glXGetVisualFromFBConfig").back(),
-              format("cannot find visual %lx", doubleVisual));
+    kor::test::failingAllocation = localScript.extensions.size() + 1 + strlen(" GLX_TESSERA_kor");
+    EXPECT_EQ(kor_glXQueryExtensionsString(app, 0), nullptr);
+    kor::test::failingAllocation = 0;
+    EXPECT_STREQ(kor_glXQueryExtensionsString(app, 0),
+                 "GLX_ARB_multisample GLX_EXT_visual_rating GLX_EXT_texture_from_pixmap "
+                 "GLX_TESSERA_kor");
 }
