@@ -168,7 +168,7 @@ TEST_F(KorV1Answers, AnExtensionThatCannotBeInitialisedEndsTheProcess) {
         },
         testing::ExitedWithCode(20),
         "^ERROR: Could not initialized the KOR X Extension. Please check that KOR is properly "
-        "installed\n$");
+        "installed\n");
     EXPECT_TRUE(
         logged("E bool _setupAppDisplay(Display*, kor::gl::TSD*): Could not initialized the "
                "KOR X Extension. Please check that KOR is properly installed"));
