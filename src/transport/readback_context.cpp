@@ -62,7 +62,8 @@ void ReadbackContext::layGrid(int width, int height) {
     height_ = 0;
     for (int r = 0; r < rows_; ++r) {
         for (int c = 0; c < columns_; ++c) {
-            ReadbackSlice& slice = *slices_[static_cast<size_t>(r * columns_ + c)];
+            ReadbackSlice& slice = *slices_[static_cast<size_t>(r) * static_cast<size_t>(columns_) +
+                                            static_cast<size_t>(c)];
             const SliceGrid::Cell cell = grid.cell(c, r);
             slice.x = cell.x;
             slice.y = cell.y;

@@ -109,7 +109,7 @@ bool XImagePainter::makePlainImage(Display* display, const XVisualInfo& visual, 
         free(data);
         return true;
     }
-    XInitImage(m_image);
+    XInitImage(m_image); // NOLINT(clang-analyzer-unix.Malloc): the image owns the data
     logSize(*m_image);
     return true;
 }
