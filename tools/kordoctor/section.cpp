@@ -50,6 +50,9 @@ std::string describeEnd(int waitStatus) {
 }
 
 [[noreturn]] void examineInChild(const Section& section, int records, int errors) {
+    // A crash is a finding, told by its signal, even where something in this process handles it.
+    for (const int number : {SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGABRT})
+        signal(number, SIG_DFL);
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     const rlimit none{0, 0}; // a driver's crash is reported, not dumped
     setrlimit(RLIMIT_CORE, &none);
