@@ -9,7 +9,6 @@
 #include <set>
 #include <thread>
 
-using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
 

@@ -11,7 +11,6 @@ using kor::gl::DrawableInfo;
 using kor::gl::DrawableRef;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::SizeIs;
 
 namespace {
 

@@ -3,7 +3,6 @@
 #include "displays.h"
 
 using testing::ElementsAre;
-using testing::EndsWith;
 using testing::IsEmpty;
 using testing::Not;
 

@@ -14,7 +14,6 @@
 #include <cstring>
 
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 namespace {
 
