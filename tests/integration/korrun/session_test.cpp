@@ -4,8 +4,6 @@
 #include <csignal>
 #include <fstream>
 #include <sstream>
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 using testing::ElementsAre;
@@ -198,27 +196,6 @@ TEST_F(KorrunSessionTest, ServerThatIsKilledLeavesNoSocket) {
     EXPECT_EQ(run.status(), 128 + SIGTERM);
     EXPECT_THAT(run.errors(), HasSubstr("the session's Xvfb had ended by itself"));
     expectNothingLeft(view);
-}
-
-// Numbers are taken again at once, and a server that has just made its socket does not listen yet.
-TEST_F(KorrunSessionTest, SocketThatAnotherServerHasJustMadeStays) {
-    Program run = korrun({"--session", "sh", "-c", tellAndWait});
-    const SessionView view = wait(run);
-    killLocalServer();
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    const std::string path = "/tmp/.X11-unix/X" + displayNumber(view.glDisplay);
-    path.copy(address.sun_path, sizeof address.sun_path - 1);
-    files::remove(path);
-    const int other = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    // Where this fails, somebody's server was quicker, and its socket has to stay as well.
-    const bool made = bind(other, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
-    kill(run.pid(), SIGTERM);
-    EXPECT_EQ(run.status(), 128 + SIGTERM);
-    EXPECT_TRUE(files::exists(path));
-    close(other);
-    if (made)
-        files::remove(path);
 }
 
 TEST_F(KorrunSessionTest, ServersEndWithTheirKeeper) {
