@@ -98,7 +98,7 @@ std::vector<uint8_t> greeting() {
 
 } // namespace
 
-ScriptedServer::ScriptedServer() {
+ScriptedServer::ScriptedServer(Clients clients) {
     // An abstract socket leaves no file behind, and is where Xlib looks first. The number is beyond
     // any that a server picks for itself, and that of no other process or object.
     static std::atomic<int> made{0};
@@ -115,7 +115,7 @@ ScriptedServer::ScriptedServer() {
         abort();
     }
     name_ = ":" + std::to_string(number);
-    std::thread([this] { serve(); }).detach();
+    std::thread([this, clients] { serve(clients); }).detach();
 }
 
 void ScriptedServer::setAnswer(std::vector<uint8_t> answer) {
@@ -128,15 +128,19 @@ std::vector<std::vector<uint8_t>> ScriptedServer::requests() const {
     return requests_;
 }
 
-void ScriptedServer::serve() {
+void ScriptedServer::serve(Clients clients) {
     for (;;) {
         const int connection = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
         if (connection < 0)
             return;
-        std::thread([this, connection] {
+        const auto attend = [this, connection] {
             serveConnection(connection);
             close(connection);
-        }).detach();
+        };
+        if (clients == Clients::AtOnce)
+            std::thread(attend).detach();
+        else
+            attend();
     }
 }
 

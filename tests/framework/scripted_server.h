@@ -13,7 +13,10 @@ namespace kor::test {
 /// "KOR-V1", whose requests are answered with a script, and none besides.
 class ScriptedServer {
   public:
-    ScriptedServer();
+    enum class Clients { AtOnce, OneByOne };
+    /// Clients that come one by one are all served by one thread. A fuzzer needs that: the leak
+    /// checker, which it calls time and again, stops for good a thread that is just ending.
+    explicit ScriptedServer(Clients clients = Clients::AtOnce);
 
     /// For XOpenDisplay.
     [[nodiscard]] const std::string& displayName() const { return name_; }
@@ -31,7 +34,7 @@ class ScriptedServer {
     static constexpr uint32_t rootVisual = 0x21;
 
   private:
-    void serve();
+    void serve(Clients clients);
     void serveConnection(int connection);
     bool answerRequest(int connection, const std::vector<uint8_t>& request, uint16_t sequence);
 

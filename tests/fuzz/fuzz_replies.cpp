@@ -78,7 +78,7 @@ void askForWindow(const std::vector<uint8_t>& answer, bool withVisible) {
 } // namespace
 
 extern "C" int LLVMFuzzerInitialize(int* /*count*/, char*** /*arguments*/) {
-    server = new kor::test::ScriptedServer;
+    server = new kor::test::ScriptedServer(kor::test::ScriptedServer::Clients::OneByOne);
     XSetErrorHandler([](Display* /*dpy*/, XErrorEvent* /*error*/) {
         ++handledErrors;
         return 0;
