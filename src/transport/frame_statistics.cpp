@@ -108,7 +108,9 @@ uint64_t FrameStatistics::now() {
 }
 
 bool FrameStatistics::claimLine(Window window) {
-    if (claimed_.exchange(true, std::memory_order_relaxed))
+    // The look alone on the road of every frame: an exchange locks the bus.
+    if (claimed_.load(std::memory_order_relaxed) ||
+        claimed_.exchange(true, std::memory_order_relaxed))
         return false;
     ensureStatisticsPage();
     StatisticsPage* const shown = page.load(std::memory_order_acquire);
@@ -122,8 +124,8 @@ bool FrameStatistics::claimLine(Window window) {
          {&line->painted, &line->timed, &line->readbackNanoseconds, &line->paintingNanoseconds})
         *counter = 0;
     line->window = window;
-    line->rendered = rendered_;
-    line->dropped = dropped_;
+    line->rendered = rendered_.load();
+    line->dropped = dropped_.load();
     line->hidden = hidden_.load(std::memory_order_relaxed);
     line->begun = now();
     line->last = line->begun;
@@ -173,9 +175,9 @@ void FrameStatistics::painted(int width, int height, bool sharedMemory) {
 }
 
 void FrameStatistics::failed() {
-    ++dropped_;
+    dropped_ = dropped_ + 1;
     if (StatisticsLine* line = line_.load(std::memory_order_acquire))
-        line->dropped = dropped_;
+        line->dropped = dropped_.load();
 }
 
 } // namespace kor::gl

@@ -28,12 +28,12 @@ class FrameStatistics {
 
     /// A frame was finished. previousPending: the one before it was never painted.
     void rendered(bool previousPending) {
-        ++rendered_;
+        rendered_ = rendered_ + 1;
         if (previousPending)
-            ++dropped_;
+            dropped_ = dropped_ + 1;
         if (StatisticsLine* line = line_.load(std::memory_order_acquire)) {
-            line->rendered = rendered_;
-            line->dropped = dropped_;
+            line->rendered = rendered_.load();
+            line->dropped = dropped_.load();
         }
     }
 
@@ -41,7 +41,7 @@ class FrameStatistics {
     /// True the first time that the window is counted at all: its size is not known yet.
     bool hidden(Window window) {
         const uint64_t count = hidden_.fetch_add(1, std::memory_order_relaxed) + 1;
-        const bool first = !claimed_.load(std::memory_order_relaxed) && claimLine(window);
+        const bool first = claimLine(window);
         if (StatisticsLine* line = line_.load(std::memory_order_acquire))
             line->hidden = count;
         return first;
@@ -71,9 +71,10 @@ class FrameStatistics {
     std::atomic<bool> claimed_{false};           // a line was asked for
     std::atomic<uint64_t> hidden_{0};
     bool timing_ = false; // this frame is timed
-    uint64_t rendered_ = 0;
+    // Written under the copy lock, read by whichever thread takes the line.
+    Relaxed<uint64_t> rendered_{0};
+    Relaxed<uint64_t> dropped_{0};
     uint64_t painted_ = 0;
-    uint64_t dropped_ = 0;
     uint64_t beganAt_ = 0;
     uint64_t transferredAt_ = 0;
 };
