@@ -23,8 +23,12 @@ template <typename Key, typename Value> class BucketMap {
     }
     ~BucketMap() {
         for (size_t i = 0; buckets_ != nullptr && i < bucketCount; ++i) {
-            while (buckets_[i].next != &buckets_[i])
-                unlink(buckets_[i].next);
+            Node* node = buckets_[i].next;
+            while (node != &buckets_[i]) {
+                Node* const next = node->next;
+                delete node;
+                node = next;
+            }
         }
         delete[] buckets_;
     }

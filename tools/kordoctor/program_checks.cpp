@@ -54,7 +54,9 @@ Program followScripts(const std::string& name) {
         program.road.append("script, run by ").append(interpreter).append(": ");
         program.path = korrun::findProgram(interpreter);
         if (program.path.empty()) {
-            program.problem = name + " is a script whose interpreter is not found: " + interpreter;
+            program.problem = name;
+            program.problem.append(" is a script whose interpreter is not found: ")
+                .append(interpreter);
             return program;
         }
     }

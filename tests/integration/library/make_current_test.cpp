@@ -197,9 +197,8 @@ TEST_F(MakeCurrent, SwitchingWindowsTransportsTheOldOnesFrame) {
     const std::string drawn = "draw 404, dbf 0 - drawn 0 pixels";
     std::vector<std::string> story;
     for (const LogLine& line : log()) {
-        if (line.message.rfind("flushing", 0) == 0)
-            story.push_back(line.message);
-        else if (line.function.rfind("void finishOrFlush(", 0) == 0)
+        if (line.message.starts_with("flushing") ||
+            line.function.starts_with("void finishOrFlush("))
             story.push_back(line.message);
     }
     EXPECT_THAT(story, ElementsAre("flushing old context", "draw 404, dbf 0", drawn,

@@ -8,10 +8,8 @@
 
 #include <chrono>
 
-using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::Not;
 
 namespace {
 

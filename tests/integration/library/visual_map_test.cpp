@@ -9,11 +9,8 @@
 #include <algorithm>
 
 using kor::gl::LocalVisualInfo;
-using testing::Contains;
 using testing::ElementsAre;
-using testing::HasSubstr;
 using testing::IsEmpty;
-using testing::Not;
 
 namespace {
 

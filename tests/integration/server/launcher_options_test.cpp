@@ -182,7 +182,7 @@ TEST_F(LauncherOptions, UnusableAuthorityFile) {
     CommandResult result = run({"-auth", "/no/such/file"});
     EXPECT_EQ(result.status, 1);
     expectOneLine(result, "the authority file /no/such/file cannot be read: No such file");
-    std::ofstream(folder / "empty");
+    std::ofstream(folder / "empty").close();
     result = run({"-auth", folder / "empty"});
     EXPECT_EQ(result.status, 1);
     expectOneLine(result, "holds no entry");

@@ -14,7 +14,6 @@
 using kor::HighResTimer;
 using kor::Semaphore;
 using kor::test::LogLines;
-using testing::ElementsAre;
 using testing::IsEmpty;
 
 static_assert(std::has_virtual_destructor_v<Semaphore>);

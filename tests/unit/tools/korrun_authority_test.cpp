@@ -9,7 +9,6 @@
 #include <sys/stat.h>
 
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 namespace {
 
