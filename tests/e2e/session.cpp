@@ -1,5 +1,9 @@
 #include "session.h"
 
+#include <cstdlib>
+#include <sstream>
+#include <stdexcept>
+
 namespace kor::e2e {
 namespace {
 
@@ -20,6 +24,31 @@ void forgetOwnSettings(test::Command& command) {
         command.environment[name] = std::nullopt;
 }
 
+// The display of a real GPU that is to render, where the one who runs the tests names one; else
+// empty and the tests start their own.
+std::string givenLocalDisplay() {
+    const char* const name = std::getenv("KOR_TEST_LOCAL_DISPLAY");
+    return name ? name : "";
+}
+
+// What the one who runs the tests adds to every program's environment: NAME=VALUE, with blanks
+// between. (A server that does not name its driver's GL vendor library needs the name here.)
+std::vector<std::string> givenEnvironment() {
+    const char* const text = std::getenv("KOR_TEST_ENVIRONMENT");
+    std::istringstream words(text ? text : "");
+    std::vector<std::string> entries;
+    for (std::string word; words >> word;)
+        entries.push_back(word);
+    return entries;
+}
+
+void addEntry(test::Command& command, const std::string& entry) {
+    const std::size_t equals = entry.find('=');
+    if (equals == std::string::npos)
+        throw std::invalid_argument("not NAME=VALUE: " + entry);
+    command.environment[entry.substr(0, equals)] = entry.substr(equals + 1);
+}
+
 std::string libraryPath(Road road) {
     switch (road) {
     case Road::Library:
@@ -37,8 +66,11 @@ Session::Session(Road road, int width, int height)
     : m_road(road), m_application(serverOptions(road == Road::System ? test::XServer::Kind::Xvfb
                                                                      : test::XServer::Kind::Xkor,
                                                 width, height)) {
-    if (road != Road::System)
-        m_local.emplace(serverOptions(test::XServer::Kind::Xvfb, 640, 480));
+    m_localName = givenLocalDisplay();
+    if (road == Road::System || !m_localName.empty())
+        return;
+    m_local.emplace(serverOptions(test::XServer::Kind::Xvfb, 640, 480));
+    m_localName = m_local->name();
 }
 
 test::Command Session::command(const std::vector<std::string>& arguments,
@@ -48,14 +80,14 @@ test::Command Session::command(const std::vector<std::string>& arguments,
     forgetOwnSettings(command);
     command.environment["DISPLAY"] = m_application.name();
     if (m_road != Road::System) {
-        command.environment["KOR_GL_DISPLAY"] = m_local->name();
+        command.environment["KOR_GL_DISPLAY"] = m_localName;
         command.environment["LD_LIBRARY_PATH"] = libraryPath(m_road);
         command.environment["KOR_GL_PRINT_VERSION"] = "1"; // see usedLibrary
     }
-    for (const std::string& entry : environment) {
-        const std::size_t equals = entry.find('=');
-        command.environment[entry.substr(0, equals)] = entry.substr(equals + 1);
-    }
+    for (const std::string& entry : givenEnvironment())
+        addEntry(command, entry);
+    for (const std::string& entry : environment)
+        addEntry(command, entry);
     return command;
 }
 

@@ -27,7 +27,7 @@ class Session {
     const std::string& display() const { return m_application.name(); }
 
     // The display that renders; there is none on Road::System.
-    const std::string& local() const { return m_local->name(); }
+    const std::string& local() const { return m_localName; }
 
     // What a program needs to run here. `environment` holds further NAME=VALUE entries.
     test::Command command(const std::vector<std::string>& arguments,
@@ -40,7 +40,8 @@ class Session {
   private:
     Road m_road;
     test::XServer m_application;
-    std::optional<test::XServer> m_local;
+    std::optional<test::XServer> m_local; // none on Road::System, nor where a display is given
+    std::string m_localName;
 };
 
 // Whether the program met our library: Xkor renders by software for programs that do not, and their

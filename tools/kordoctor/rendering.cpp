@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <dlfcn.h>
 
@@ -53,9 +54,29 @@ std::string missingFunctions(void* library) {
     return missing;
 }
 
+// Has libGLX render with the GL vendor's library that the vendor front would take for the GPU's
+// display. An empty text when that is left to the display's server.
+bool chooseVendor(Findings& findings, std::string& library) {
+    const char* const name = getenv("KOR_FRONT_LOCAL_VENDOR");
+    if (name == nullptr || *name == '\0')
+        return true;
+    library.append("libGLX_").append(name).append(".so.0");
+    if (dlopen(library.c_str(), RTLD_LAZY | RTLD_LOCAL) == nullptr) {
+        findings.broken("KOR_FRONT_LOCAL_VENDOR=" + std::string(name) + ": " + dlerror(),
+                        "install that vendor's driver, or correct the variable: by way of the "
+                        "vendor front, OpenGL does nothing in programs that have it so");
+        return false;
+    }
+    setenv("__GLX_VENDOR_LIBRARY_NAME", name, 1); // this process has no other use for libGLX
+    return true;
+}
+
 // Opens it as the front does, and fills the library's table from it.
 bool openSystemGl(Findings& findings) {
     findings.begin("system-gl");
+    std::string vendorLibrary;
+    if (!chooseVendor(findings, vendorLibrary))
+        return false;
     kor::front::Libraries libraries;
     kor::front::openSystemLibrary(libraries, true);
     if (libraries.system == nullptr) {
@@ -71,7 +92,10 @@ bool openSystemGl(Findings& findings) {
         return false;
     }
     setup_sysgl(libraries.system);
-    findings.ok(libraries.systemPath);
+    std::string found = libraries.systemPath;
+    if (!vendorLibrary.empty())
+        found.append(", with ").append(vendorLibrary).append(" by KOR_FRONT_LOCAL_VENDOR");
+    findings.ok(found);
     return true;
 }
 

@@ -1,5 +1,6 @@
 // A vendor's library that is another one than Mesa's, as far as anybody can see: it passes
-// everything on to Mesa's, and says on stderr of which display it was asked what.
+// everything on to Mesa's, and says on stderr of which display it was asked what. KORTEST_RENDERER
+// is the name of what renders, if it is set.
 #include <X11/Xlib.h>
 
 #define GLX_GLXEXT_PROTOTYPES
@@ -7,6 +8,7 @@
 #include <glvnd/libglxabi.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <dlfcn.h>
 
@@ -44,12 +46,19 @@ GLXPbuffer createPbuffer(Display* display, GLXFBConfig config, const int* attrib
     return mesas<decltype(glXCreatePbuffer)>("glXCreatePbuffer")(display, config, attributes);
 }
 
+const GLubyte* getString(GLenum name) {
+    const char* const renderer = name == GL_RENDERER ? getenv("KORTEST_RENDERER") : nullptr;
+    return renderer ? reinterpret_cast<const GLubyte*>(renderer)
+                    : mesas<decltype(glGetString)>("glGetString")(name);
+}
+
 void* getProcAddress(const GLubyte* procedure) {
     const struct {
         const char* name;
         void* function;
     } told[] = {{"glXGetConfig", reinterpret_cast<void*>(getConfig)},
                 {"glXChooseFBConfig", reinterpret_cast<void*>(chooseFBConfig)},
+                {"glGetString", reinterpret_cast<void*>(getString)},
                 {"glXGetFBConfigAttrib", reinterpret_cast<void*>(getFBConfigAttrib)},
                 {"glXCreatePbuffer", reinterpret_cast<void*>(createPbuffer)}};
     for (const auto& candidate : told)

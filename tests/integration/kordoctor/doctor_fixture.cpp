@@ -59,6 +59,7 @@ Environment DoctorTest::plainEnvironment() const {
                                {"DISPLAY", std::nullopt},
                                {"LD_LIBRARY_PATH", std::nullopt},
                                {"KOR_FRONT_SYSTEM_GL", std::nullopt},
+                               {"KOR_FRONT_LOCAL_VENDOR", std::nullopt},
                                {"__GL_SINGLE_THREADED", std::nullopt}};
     for (char** variable = environ; *variable != nullptr; ++variable)
         if (std::string(*variable).starts_with("KOR_GL_"))

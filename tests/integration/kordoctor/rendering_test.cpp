@@ -3,6 +3,7 @@
 #include "rendering.h"
 
 using namespace kor::test;
+using testing::EndsWith;
 using testing::HasSubstr;
 using testing::MatchesRegex;
 
@@ -74,6 +75,22 @@ TEST_F(SessionTest, SystemLibraryThatIsMissingOrIncompleteIsSaid) {
     EXPECT_THAT(incomplete["system-gl"], HasStatus("broken"));
     EXPECT_THAT(incomplete["system-gl"].result, HasSubstr("lacks "));
     EXPECT_THAT(incomplete["system-gl"].result, HasSubstr("glXCreateNewContext"));
+}
+
+TEST_F(SessionTest, VendorThatIsForcedRendersThere) {
+    const Diagnosis mesa = diagnoseSession({{"KOR_FRONT_LOCAL_VENDOR", "mesa"}});
+    EXPECT_THAT(mesa["system-gl"], HasStatus("ok"));
+    EXPECT_THAT(mesa["system-gl"].result, EndsWith("libGLX_mesa.so.0 by KOR_FRONT_LOCAL_VENDOR"));
+    EXPECT_THAT(mesa["readback"], HasStatus("ok"));
+    const Diagnosis none = diagnoseSession({{"KOR_FRONT_LOCAL_VENDOR", "nobody"}});
+    EXPECT_THAT(none["system-gl"], HasStatus("broken"));
+    EXPECT_THAT(none["system-gl"].result, HasSubstr("libGLX_nobody.so.0"));
+    EXPECT_THAT(none["gl-version"], HasStatus("skipped"));
+    // Another vendor than the one that the display's server names.
+    const Diagnosis other = diagnoseSession({{"KOR_FRONT_LOCAL_VENDOR", "kortest"},
+                                             {"KORTEST_RENDERER", "another vendor's GPU"},
+                                             {"LD_LIBRARY_PATH", OTHER_VENDOR}});
+    EXPECT_EQ(other["renderer"].result, "another vendor's GPU");
 }
 
 TEST_F(SessionTest, CrashOfTheDriverIsAFinding) {
