@@ -2,6 +2,8 @@
 #include "client.h"
 #include "draw.h"
 
+#include <algorithm>
+#include <array>
 #include <cstring>
 
 using namespace kor::client;
@@ -11,8 +13,7 @@ namespace {
 constexpr int kWidth = 180;
 constexpr int kHeight = 50;
 constexpr int kLeft = 6;
-constexpr int kBaseline = 30;       // in X, counted from the top
-constexpr int kRasterPosition = 19; // in GL, from the bottom: GLX puts glyphs one row above it
+constexpr int kBaseline = 30; // in X: the row below the letters, counted from the top
 constexpr const char* kText = "Quick,Lazy_jpg:(0123)";
 constexpr unsigned long kWhite = 0xFFFFFFUL;
 
@@ -21,6 +22,25 @@ void drawBackground(Display* display, Pixmap pixmap, GC gc) {
         XSetForeground(display, gc, static_cast<unsigned long>(y) * 2U);
         XFillRectangle(display, pixmap, gc, 0, y, kWidth, 1);
     }
+}
+
+// How many rows above the raster position a driver puts the lowest row of a letter that stands on
+// the baseline: Mesa 1, others 0.
+int rowsAboveRasterPosition(GLuint base) {
+    constexpr int kPosition = 10;
+    glClearColor(0.0F, 0.0F, 0.0F, 1.0F);
+    glClear(GL_COLOR_BUFFER_BIT);
+    glColor3f(1.0F, 1.0F, 1.0F);
+    glWindowPos2i(kLeft, kPosition);
+    glCallList(base + 'L');
+    for (int y = 0; y < kHeight; ++y) {
+        std::array<GLubyte, kWidth> reds{};
+        glReadPixels(0, y, kWidth, 1, GL_RED, GL_UNSIGNED_BYTE, reds.data());
+        if (std::ranges::any_of(reds, [](GLubyte red) { return red != 0; }))
+            return y - kPosition;
+    }
+    require(false, "a letter in the driver's back buffer");
+    return 0;
 }
 
 } // namespace
@@ -52,6 +72,7 @@ int main() {
     // advance: the text has none.
     while (glGetError() != GL_NO_ERROR) {
     }
+    const int rasterPosition = kHeight - kBaseline - rowsAboveRasterPosition(base);
     glEnable(GL_SCISSOR_TEST);
     for (int y = 0; y < kHeight; ++y) {
         glScissor(0, kHeight - 1 - y, kWidth, 1);
@@ -60,7 +81,7 @@ int main() {
     }
     glDisable(GL_SCISSOR_TEST);
     glColor3f(1.0F, 1.0F, 1.0F);
-    glWindowPos2i(kLeft, kRasterPosition);
+    glWindowPos2i(kLeft, rasterPosition);
     glListBase(base);
     glCallLists(static_cast<GLsizei>(std::strlen(kText)), GL_UNSIGNED_BYTE, kText);
     requireNoError("text");
