@@ -6,7 +6,7 @@ import re
 import subprocess
 import unittest
 
-from xkor import BIN, TestCase, free_port, processes_naming
+from xkor import BIN, TestCase, free_port, processes_naming, wait_until
 
 DOCUMENTS = pathlib.Path(os.environ["KOR_SOURCE_DIR"]) / "docs"
 
@@ -43,6 +43,9 @@ class Documents(TestCase):
         self.environment |= {"GPU": f":{number}.0", "GPU_AUTH": str(authority),
                              "XAUTHORITY": str(authority)}
 
+    def no_session(self):
+        return self.run_program(BIN / "korsession", "list").stdout == ""
+
     def run_boxes(self, document, at_least):
         count = 0
         self.gpu_display()
@@ -51,10 +54,11 @@ class Documents(TestCase):
             with self.subTest(f"{document}:{line}"):
                 result = self.run_program("bash", "-e", "-o", "pipefail", "-c", script,
                                           timeout=120)
-                self.assertEqual(result.returncode, 0,
-                                 f"{script}\n{result.stdout}\n{result.stderr}")
-                listed = self.run_program(BIN / "korsession", "list")
-                self.assertEqual(listed.stdout, "", "a box leaves no session behind")
+                # A machine without a GPU has one warning at least.
+                accepted = (0, 1) if "kordoctor" in script.split() else (0,)
+                self.assertIn(result.returncode, accepted,
+                              f"{script}\n{result.stdout}\n{result.stderr}")
+                self.assertTrue(wait_until(self.no_session), "a box leaves no session behind")
         self.assertGreaterEqual(count, at_least, "the boxes are written in another way")
         left = [line for line in processes_naming(str(self.folder)) if "Xvfb" not in line]
         self.assertEqual(left, [])
