@@ -79,6 +79,24 @@ XFontStruct* loadLocally(Display* local, const char* name) {
     return nullptr;
 }
 
+/// True when the font was looked at to the end, with lists or without. By then the connection for
+/// the occasion is closed again.
+bool useFont(TSD& tsd, int mode, Font font, int first, int count, int listBase) {
+    const FontConnection connection(tsd, mode);
+    if (connection.get() == nullptr)
+        return false;
+    Display* local = _getLocalDisplay(&tsd);
+    if (local == nullptr)
+        return false;
+    const XText name = nameOf(connection.get(), font);
+    if (name == nullptr)
+        return false;
+    const kor::Lock lock(getLocalDisplayMutex());
+    if (const XFontStruct* loaded = loadLocally(local, name.get()))
+        system_glXUseXFont(loaded->fid, first, count, listBase);
+    return true;
+}
+
 } // namespace
 
 void kor_glXUseXFont(Font font, int first, int count, int listBase) {
@@ -89,19 +107,6 @@ void kor_glXUseXFont(Font font, int first, int count, int listBase) {
     const int mode = kor::conf::settings().usexfontMode;
     if (mode == 3)
         return;
-    const FontConnection connection(*tsd, mode);
-    if (connection.get() == nullptr)
-        return;
-    Display* local = _getLocalDisplay(tsd);
-    if (local == nullptr)
-        return;
-    const XText name = nameOf(connection.get(), font);
-    if (name == nullptr)
-        return;
-    {
-        const kor::Lock lock(getLocalDisplayMutex());
-        if (const XFontStruct* loaded = loadLocally(local, name.get()))
-            system_glXUseXFont(loaded->fid, first, count, listBase);
-    }
-    KOR_DEBUG("DONE");
+    if (useFont(*tsd, mode, font, first, count, listBase))
+        KOR_DEBUG("DONE");
 }

@@ -92,11 +92,6 @@ bool ReadbackContext::performGPUReadback(int width, int height) {
     return true;
 }
 
-bool ReadbackContext::framePending() {
-    const Lock lock(copyLock_);
-    return framePending_;
-}
-
 void ReadbackContext::copyToAppDisplay(Display* display, XImagePainter* painter, VisualID visual) {
     if (context_ == nullptr || !thread_.started())
         return;

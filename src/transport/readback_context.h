@@ -57,7 +57,6 @@ class ReadbackContext {
     }
 
     int refCount() const { return refCount_.load(); }
-    bool framePending();
 
   private:
     void layGrid(int width, int height);

@@ -75,6 +75,10 @@ TEST_F(DrawableEnds, ARecordReleasesItsPbuffersAndItsReadContext) {
 TEST_F(DrawableEnds, TheWorkerFreesItsSlicesAndItsContextFirst) {
     begin();
     readBackAndLose();
+    std::string worker; // the context of another thread than this one
+    for (const fake::Call& call : gl.callsOf("glXMakeCurrent"))
+        if (call.thread != gettid())
+            worker = gl.nameOf(call.arguments[2]);
     gl.clearCalls();
     clearDeletedDrawables();
     const std::vector<fake::Call> calls = gl.calls();
@@ -91,6 +95,8 @@ TEST_F(DrawableEnds, TheWorkerFreesItsSlicesAndItsContextFirst) {
     EXPECT_THAT(names, ElementsAre("glDeleteTextures", "glDeleteFramebuffers",
                                    "glDeleteFramebuffers", "glDeleteProgram", "glDeleteTextures",
                                    "glXMakeCurrent", "glXDestroyContext"));
+    EXPECT_EQ(calls[firstOfMine - 2].text, "glXMakeCurrent(local, 0, null)");
+    EXPECT_EQ(calls[firstOfMine - 1].text, "glXDestroyContext(local, " + worker + ")");
 }
 
 TEST_F(DrawableEnds, WithoutACurrentContextLocalObjectsAreAbandoned) {

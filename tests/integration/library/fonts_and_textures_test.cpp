@@ -2,6 +2,7 @@
 
 #include "displays.h"
 
+#include "core/tsd.h"
 #include "display/connections.h"
 #include "display/displays.h"
 #include "drawable/registry.h"
@@ -22,8 +23,14 @@ class FontsAndTextures : public Displays {
         font = XLoadFont(app, "fixed");
         XSync(app, False); // other connections shall know it
         gl.onCall("glXUseXFont", [&](const fake::Call&) { held = heldLocks(); });
+        ASSERT_NE(local(), nullptr);
         markLog();
+        const kor::gl::TSD* tsd = getTSD();
+        const unsigned long first = NextRequest(tsd->appDisplay);
+        const unsigned long second = NextRequest(tsd->appDisplay2);
         kor_glXUseXFont(font, 32, 96, 1000);
+        askedFirst = NextRequest(tsd->appDisplay) != first;
+        askedSecond = NextRequest(tsd->appDisplay2) != second;
         gl.onCall("glXUseXFont", nullptr);
     }
 
@@ -44,6 +51,8 @@ class FontsAndTextures : public Displays {
 
     Font font = None;
     std::vector<std::string> held;
+    bool askedFirst = false;  // the application's connection
+    bool askedSecond = false; // our own
 };
 
 std::vector<int> roles;
@@ -53,16 +62,22 @@ std::vector<int> roles;
 TEST_F(FontsAndTextures, AFontIsLookedUpOnTheApplicationsConnection) {
     useFont("0");
     expectFontUsed();
+    EXPECT_TRUE(askedFirst);
+    EXPECT_FALSE(askedSecond);
 }
 
 TEST_F(FontsAndTextures, AnyOtherModeIsTheApplicationsConnectionToo) {
     useFont("17");
     expectFontUsed();
+    EXPECT_TRUE(askedFirst);
+    EXPECT_FALSE(askedSecond);
 }
 
 TEST_F(FontsAndTextures, ModeOneAsksOurOwnConnection) {
     useFont("1");
     expectFontUsed();
+    EXPECT_FALSE(askedFirst);
+    EXPECT_TRUE(askedSecond);
 }
 
 TEST_F(FontsAndTextures, ModeTwoOpensAConnectionForTheOccasion) {
@@ -74,6 +89,8 @@ TEST_F(FontsAndTextures, ModeTwoOpensAConnectionForTheOccasion) {
     useFont("2");
     kor_set_connection_hook(nullptr);
     expectFontUsed();
+    EXPECT_FALSE(askedFirst);
+    EXPECT_FALSE(askedSecond);
     EXPECT_THAT(roles, ElementsAre(kor::gl::SecondaryConnection, kor::gl::LocalConnection,
                                    kor::gl::FontConnection));
 }
@@ -124,4 +141,32 @@ TEST_F(FontsAndTextures, AnUnknownPixmapIsBoundAsNothing) {
     kor_glXReleaseTexImageEXT(app, 0x1234567, GLX_FRONT_LEFT_EXT);
     EXPECT_TRUE(said('D', "kor_glXReleaseTexImageEXT", "local drawable not found"));
     EXPECT_EQ(gl.callsOf("glXReleaseTexImageEXT").back().arguments[1], 0U);
+}
+
+TEST_F(FontsAndTextures, ATextureOfNoDrawableIsReleasedAsNothing) {
+    start();
+    kor_glXReleaseTexImageEXT(app, None, GLX_FRONT_LEFT_EXT);
+    EXPECT_TRUE(said('D', "kor_glXReleaseTexImageEXT", "local drawable not found"));
+    EXPECT_EQ(gl.callsOf("glXReleaseTexImageEXT").back().arguments[1], 0U);
+}
+
+TEST_F(FontsAndTextures, WithoutADisplayNoTextureIsBoundOrReleased) {
+    start();
+    kor_glXBindTexImageEXT(nullptr, 0x1234567, GLX_FRONT_LEFT_EXT, nullptr);
+    kor_glXReleaseTexImageEXT(nullptr, 0x1234567, GLX_FRONT_LEFT_EXT);
+    EXPECT_THAT(sayings("kor_glXBindTexImageEXT"), ElementsAre("START"));
+    EXPECT_THAT(sayings("kor_glXReleaseTexImageEXT"), ElementsAre("START"));
+    EXPECT_THAT(gl.calls(), IsEmpty());
+}
+
+TEST_F(FontsAndTextures, WithoutALocalDisplayNothingIsBoundReleasedOrBuilt) {
+    set("KOR_GL_DISPLAY", ":4711");
+    start();
+    kor_glXBindTexImageEXT(app, 0x1234567, GLX_FRONT_LEFT_EXT, nullptr);
+    kor_glXReleaseTexImageEXT(app, 0x1234567, GLX_FRONT_LEFT_EXT);
+    EXPECT_THAT(sayings("kor_glXBindTexImageEXT"), ElementsAre("START"));
+    EXPECT_THAT(sayings("kor_glXReleaseTexImageEXT"), ElementsAre("START"));
+    kor_glXUseXFont(XLoadFont(app, "fixed"), 32, 96, 1000);
+    EXPECT_THAT(sayings("kor_glXUseXFont"), testing::SizeIs(1));
+    EXPECT_THAT(gl.calls(), IsEmpty());
 }

@@ -123,7 +123,7 @@ class FrameOrder : public Frames {
     }
 
     static Texts transfer(int n, const std::string& framebuffer, bool first, int x, int frameWidth,
-                          int width, int height) {
+                          int width, int height, int y = 0) {
         Texts texts = {"glGetIntegerv(GL_FRAMEBUFFER_BINDING, out)"};
         if (first)
             texts.emplace_back("glGenFramebuffers(1, out)");
@@ -136,7 +136,7 @@ class FrameOrder : public Frames {
                {"glPushClientAttrib(1)",
                 format("glPixelStorei(GL_PACK_ROW_LENGTH, %d)", frameWidth),
                 format("glPixelStorei(GL_PACK_SKIP_PIXELS, %d)", x),
-                "glPixelStorei(GL_PACK_SKIP_ROWS, 0)",
+                format("glPixelStorei(GL_PACK_SKIP_ROWS, %d)", y),
                 format("glReadPixels(0, 0, %d, %d, GL_BGRA, GL_UNSIGNED_BYTE", width, height),
                 "glPopClientAttrib()", "glBindFramebuffer(GL_FRAMEBUFFER, 0)"});
         return texts;
@@ -243,6 +243,13 @@ TEST_F(FrameOrder, ATallWindowTakesTwoSlicesFromAboveEachOther) {
                 ElementsAre("glCopyTexSubImage2D(GL_TEXTURE_RECTANGLE, 0, 0, 0, 0, 0, 20, 5000)",
                             "glCopyTexSubImage2D(GL_TEXTURE_RECTANGLE, 0, 0, 0, 0, -2501, 20, "
                             "5000)"));
+    Texts reads = {"glXMakeCurrent(local, " + nameOfDummy() + ", " + worker() + ")",
+                   waitFor("fence1"), "glDeleteSync(fence1)"};
+    append(reads, transfer(0, "43", true, 0, 20, 20, 2517, 0));
+    append(reads, transfer(1, "44", true, 0, 20, 20, 2499, 2501));
+    reads.emplace_back("glBindFramebuffer(GL_FRAMEBUFFER, 0)");
+    kor::test::waitUntil([&] { return workers().size() >= reads.size(); });
+    EXPECT_THAT(workersWithoutAddress(), ElementsAreArray(reads));
     EXPECT_TRUE(kor::test::waitUntil([&] {
         return said('D', "XImagePainter::draw",
                     format("XPutting image on %lx, size 20 7501", window));

@@ -7,6 +7,8 @@
 #include "core/tsd.h"
 
 #include <algorithm>
+#include <array>
+#include <utility>
 
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -35,6 +37,10 @@ class FrontBuffer : public Frames {
 
     const std::string endQuery = "glEndQuery(GL_SAMPLES_PASSED)";
 };
+
+constexpr std::array<GLenum, 10> drawBuffers = {
+    GL_NONE,  GL_FRONT_LEFT, GL_FRONT_RIGHT, GL_BACK_LEFT, GL_BACK_RIGHT,
+    GL_FRONT, GL_BACK,       GL_LEFT,        GL_RIGHT,     GL_FRONT_AND_BACK};
 
 } // namespace
 
@@ -219,6 +225,105 @@ TEST_F(FrontBuffer, TheApplicationsOwnQueriesTurnTheFilterOffForGood) {
     kor_glFlush();
     EXPECT_EQ(frames(), 2U);
     EXPECT_THAT(gl.callsOf("glEndQuery"), IsEmpty());
+}
+
+TEST_F(FrontBuffer, QueriesByTheExtensionsNameTurnTheFilterOffToo) {
+    begin(20, 20);
+    kor_glDrawBuffer(GL_FRONT);
+    quiet();
+    gl.clearCalls();
+    GLuint id = 0;
+    kor_glGenQueriesARB(1, &id);
+    EXPECT_FALSE(kor::conf::settings().useSampleQueries);
+    EXPECT_THAT(sayings("kor_glGenQueriesARB"),
+                ElementsAre("START", "disable occlusion query optimization"));
+    EXPECT_THAT(fake::texts(gl.calls()), ElementsAre("glGenQueriesARB(1, out)"));
+    EXPECT_NE(id, 0U);
+    kor_glFlush();
+    EXPECT_EQ(frames(), 1U);
+    EXPECT_THAT(gl.callsOf("glEndQuery"), IsEmpty());
+}
+
+TEST_F(FrontBuffer, TheDrawBufferDecidesWhetherAFlushIsAFrameAndIsFiltered) {
+    begin(20, 20);
+    const auto flush = [&](GLint samples) {
+        quiet();
+        gl.clearCalls();
+        gl.setQueryResult(samples);
+        kor_glFlush();
+        return std::make_pair(frames(), gl.callsOf("glEndQuery").size());
+    };
+    const auto none = std::make_pair(size_t{0}, size_t{0});
+    for (const GLenum mode : drawBuffers) {
+        kor_glDrawBuffer(mode);
+        const bool front = mode == GL_FRONT_LEFT || mode == GL_FRONT_RIGHT || mode == GL_FRONT;
+        if (front) {
+            EXPECT_EQ(flush(1), std::make_pair(size_t{1}, size_t{1})) << mode;
+            EXPECT_EQ(flush(0), std::make_pair(size_t{0}, size_t{1})) << mode;
+        } else if (mode == GL_FRONT_AND_BACK) {
+            EXPECT_EQ(flush(1), std::make_pair(size_t{1}, size_t{0}));
+            EXPECT_EQ(flush(0), std::make_pair(size_t{1}, size_t{0}));
+        } else {
+            EXPECT_EQ(flush(1), none) << mode;
+            EXPECT_EQ(flush(0), none) << mode;
+        }
+    }
+}
+
+TEST_F(FrontBuffer, TheQueryBeginsWithEverySwitchFromABackBuffer) {
+    begin(20, 20);
+    const auto isBack = [](GLenum mode) {
+        return mode == GL_BACK_LEFT || mode == GL_BACK_RIGHT || mode == GL_BACK;
+    };
+    for (const GLenum old : drawBuffers) {
+        for (const GLenum mode : drawBuffers) {
+            kor_glDrawBuffer(old);
+            ASSERT_EQ(info().drawBuffer, old);
+            gl.clearCalls();
+            kor_glDrawBuffer(mode);
+            const bool begins = isBack(old) && !isBack(mode) && mode != GL_FRONT_AND_BACK;
+            EXPECT_EQ(gl.callsOf("glBeginQuery").size(), begins ? 1U : 0U)
+                << std::hex << old << " to " << mode;
+        }
+    }
+}
+
+TEST_F(FrontBuffer, ASingleBufferedContextBeginsNoQueryWhenItLeavesTheBackBuffer) {
+    beginSingle();
+    info().drawBuffer = GL_BACK; // as a copied context may have it
+    kor_glDrawBuffer(GL_FRONT);
+    EXPECT_THAT(fake::texts(gl.calls()),
+                ElementsAre("glGenQueries(1, out)", "glDrawBuffer(GL_FRONT)"));
+}
+
+TEST_F(FrontBuffer, AnyDrawBufferMakesTheQueryObjectOnce) {
+    begin(20, 20);
+    kor_glDrawBuffer(GL_BACK);
+    EXPECT_THAT(fake::texts(gl.calls()),
+                ElementsAre("glGenQueries(1, out)", "glDrawBuffer(GL_BACK)"));
+    gl.clearCalls();
+    kor_glDrawBuffer(GL_BACK);
+    EXPECT_THAT(fake::texts(gl.calls()), ElementsAre("glDrawBuffer(GL_BACK)"));
+}
+
+TEST_F(FrontBuffer, SoDoesABackBufferThatTheVisualLacks) {
+    beginSingle();
+    kor_glDrawBuffer(GL_BACK);
+    EXPECT_THAT(fake::texts(gl.calls()),
+                ElementsAre("glGenQueries(1, out)", "glDrawBuffer(GL_FRONT)"));
+}
+
+TEST_F(FrontBuffer, TheSwitchBackOfAPbufferFinishesAndReadsNothingBack) {
+    begin(20, 20);
+    ASSERT_TRUE(
+        kor_glXMakeCurrent(app, kor_glXCreatePbuffer(app, config("double1"), nullptr), context));
+    kor_glDrawBuffer(GL_FRONT);
+    gl.clearCalls();
+    gl.setQueryResult(5);
+    kor_glDrawBuffer(GL_BACK);
+    EXPECT_THAT(fake::texts(gl.calls()),
+                ElementsAre(endQuery, "glGetQueryObjectiv(131, GL_QUERY_RESULT, out)", "glFinish()",
+                            "glDrawBuffer(GL_BACK)"));
 }
 
 TEST_F(FrontBuffer, TheQueryIsHandledUnderTheContextLockAndTheFrameWithout) {

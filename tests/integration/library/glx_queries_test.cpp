@@ -156,6 +156,43 @@ TEST_F(GlxQueries, VersionAndExtensionAreTheLocalServers) {
     EXPECT_TRUE(said('D', "kor_glXQueryVersion", "Called with NULL display"));
 }
 
+TEST_F(GlxQueries, WithoutALocalDisplayVersionAndExtensionAreAskedAllTheSame) {
+    set("KOR_GL_DISPLAY", ":4711");
+    start();
+    std::vector<std::vector<std::string>> held;
+    gl.onCall("", [&](const fake::Call&) { held.push_back(heldLocks()); });
+    int value = 0;
+    kor_glXQueryVersion(app, &value, &value);
+    kor_glXQueryExtension(app, &value, &value);
+    gl.onCall("", nullptr);
+    EXPECT_THAT(fake::texts(gl.calls()), ElementsAre("glXQueryVersion(null, out, out)",
+                                                     "glXQueryExtension(null, out, out)"));
+    EXPECT_THAT(held, ElementsAre(ElementsAre("local display"), ElementsAre("local display")));
+}
+
+TEST_F(GlxQueries, WithoutALocalDisplayTheClientHasOurVendorAndNothingElse) {
+    set("KOR_GL_DISPLAY", ":4711");
+    offer("GLX_SGIX_pbuffer");
+    start();
+    EXPECT_STREQ(kor_glXGetClientString(app, GLX_VENDOR), "TESSERA s.r.l.");
+    EXPECT_EQ(kor_glXGetClientString(app, GLX_VERSION), nullptr);
+    EXPECT_EQ(kor_glXGetClientString(app, GLX_EXTENSIONS), nullptr);
+    EXPECT_THAT(gl.calls(), IsEmpty());
+}
+
+TEST_F(GlxQueries, EachTellsThatItWasCalledWithoutADisplay) {
+    start();
+    int value = 0;
+    kor_glXQueryExtension(nullptr, &value, &value);
+    EXPECT_EQ(gl.calls().back().text, "glXQueryExtension(null, out, out)");
+    kor_glXGetClientString(nullptr, GLX_VERSION);
+    EXPECT_EQ(gl.calls().back().text, format("glXGetClientString(null, %d)", GLX_VERSION));
+    kor_glXQueryServerString(nullptr, 4, GLX_VERSION);
+    for (const char* function :
+         {"kor_glXQueryExtension", "kor_glXGetClientString", "kor_glXQueryServerString"})
+        EXPECT_EQ(timesSaid('D', function, "Called with NULL display"), 1U) << function;
+}
+
 TEST_F(GlxQueries, TheyHoldTheLocalDisplayLockAlone) {
     offer("GLX_SGIX_pbuffer");
     start();

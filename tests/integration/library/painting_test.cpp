@@ -2,10 +2,14 @@
 
 #include "frames.h"
 
+#include "display/connections.h"
 #include "framework/pixels.h"
+#include "framework/wait_until.h"
+#include "transport/copyback.h"
 #include "transport/ximage_painter.h"
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <thread>
 
@@ -189,4 +193,43 @@ TEST_F(Painting, TheFrameIsPutWhereItBelongs) {
     ASSERT_TRUE(swapAndPaint());
     EXPECT_TRUE(waitForLog(put(30, 20)));
     EXPECT_EQ(timesLogged(put(30, 20)), 1U);
+}
+
+TEST_F(Painting, TheEndOfAPainterWaitsForItsThread) {
+    start();
+    {
+        kor::gl::Copyback own;
+        own.stop();
+    }
+    EXPECT_THAT(sayings("CopybackThread::~CopybackThread"), ElementsAre("START", "DONE"));
+    std::vector<std::string> last;
+    for (const LogLine& line : log())
+        if (line.message == "DONE" && line.function.find("CopybackThread::") != std::string::npos)
+            last.push_back(line.function.substr(line.function.find("CopybackThread::") + 16));
+    EXPECT_THAT(last, ElementsAre("svc()", "~CopybackThread()"));
+}
+
+TEST_F(Painting, OnePassPaintsTheWindowOfTheNewestRecordFirst) {
+    static std::atomic<bool> swapped{false};
+    // The painter waits with its first pass until both frames are there.
+    kor_set_connection_hook([](Display* display, int role) {
+        if (role == kor::gl::CopybackConnection)
+            kor::test::waitUntil([] { return swapped.load(); }, std::chrono::seconds(30));
+        return display;
+    });
+    begin(64, 48);
+    const Window second = makeWindow(50, 40);
+    ASSERT_TRUE(kor_glXMakeCurrent(app, second, context));
+    ASSERT_TRUE(kor_glXMakeCurrent(app, window, context));
+    kor_glXSwapBuffers(app, window);
+    ASSERT_TRUE(kor_glXMakeCurrent(app, second, context));
+    kor_glXSwapBuffers(app, second);
+    swapped = true;
+    EXPECT_TRUE(kor::test::waitUntil([&] { return sayings("XImagePainter::draw").size() >= 2; },
+                                     std::chrono::seconds(30)));
+    letPaintsArrive();
+    kor_set_connection_hook(nullptr);
+    EXPECT_THAT(sayings("XImagePainter::draw"),
+                ElementsAre(format("XPutting image on %lx, size 50 40", second),
+                            format("XPutting image on %lx, size 64 48", window)));
 }

@@ -95,6 +95,18 @@ TEST_F(Quirks, AFrameOfNoDrawableEndsWithoutTheSystem) {
     EXPECT_EQ(frames(), 0U);
 }
 
+TEST_F(Quirks, AFlushOfAWindowWithoutAContextIsDropped) {
+    begin(20, 20);
+    kor::gl::TSD* tsd = getTSD();
+    GLXContext own = tsd->currentContext;
+    tsd->currentContext = nullptr;
+    kor_glFlush();
+    kor_glFinish();
+    tsd->currentContext = own;
+    EXPECT_THAT(gl.calls(), IsEmpty());
+    EXPECT_EQ(timesSaid('D', "finishOrFlush", "no context"), 2U);
+}
+
 TEST_F(Quirks, APixmapSharedWithTheApplicationDisplayIsNotCopied) {
     begin(20, 20);
     const Pixmap pixmap = XCreatePixmap(app, window, 12, 7, 24);

@@ -109,11 +109,34 @@ TEST_F(Readback, NoReadbackStillLetsTheViewportLook) {
     EXPECT_THAT(mine(), ElementsAre("glFinish()", "glXSwapBuffers(local, " + pbuffer() + ")"));
 }
 
+TEST_F(Readback, NoReadbackStillLooksWhetherTheWindowIsVisible) {
+    set("KOR_GL_NO_READBACK", "1");
+    begin(64, 48);
+    XUnmapWindow(app, window);
+    XSync(app, False);
+    record()->updateWindowInfo(nullptr, nullptr, nullptr);
+    ASSERT_FALSE(record()->isVisible());
+    kor_glXSwapBuffers(app, window);
+    EXPECT_FALSE(said('D', "DrawableInfo::readback", "window not visible"));
+    XMapWindow(app, window);
+    XSync(app, False);
+    kor_glXSwapBuffers(app, window);
+    EXPECT_TRUE(record()->isVisible());
+    XUnmapWindow(app, window);
+    XSync(app, False);
+    record()->updateWindowInfo(nullptr, nullptr, nullptr);
+    destroyWindow(window);
+    record()->setViewportCheckForResize(false);
+    kor_glXSwapBuffers(app, window);
+    EXPECT_TRUE(said('D', "DrawableInfo::readback", "failed to update window info"));
+    EXPECT_TRUE(record()->getViewportCheckForResize());
+}
+
 TEST_F(Readback, TheIntervalPacesTheApplication) {
     set("KOR_GL_READBACK_INTERVAL", "50");
     begin(64, 48);
-    kor_glXSwapBuffers(app, window);
     const auto before = std::chrono::steady_clock::now();
+    kor_glXSwapBuffers(app, window);
     kor_glXSwapBuffers(app, window);
     kor_glXSwapBuffers(app, window);
     const auto taken = std::chrono::steady_clock::now() - before;
@@ -170,12 +193,57 @@ TEST_F(Readback, ARecreatedContextThatCannotBeCurrentGivesTheFrameUp) {
     EXPECT_TRUE(said('W', "setupReadbackContexts",
                      "Failed to make recreated GLX context current to the local drawable"));
     expectNoFrame();
+    // The next one finds it current, but nothing to read it back with.
+    kor_glXSwapBuffers(app, window);
+    EXPECT_EQ(frames(), 0U);
+    EXPECT_EQ(mine().back(), "glXMakeCurrent(local, " + pbuffer() + ", ctx)");
+    EXPECT_EQ(sayings("DrawableInfo::readback").back(), "DONE");
+}
+
+TEST_F(Readback, AFrameThatIsGivenUpPutsTheRenderModeBack) {
+    gl.setInteger(GL_RENDER_MODE, GL_FEEDBACK);
+    std::vector<std::vector<std::string>> held;
+    gl.onCall("glRenderMode", [&](const fake::Call&) { held.push_back(heldLocks()); });
+    swapFailing({{"glXCreateNewContext", 1}});
+    gl.onCall("glRenderMode", nullptr);
+    const std::vector<std::string> calls = mine();
+    ASSERT_GE(calls.size(), 2U);
+    EXPECT_EQ(calls[calls.size() - 2], "glXMakeCurrent(local, " + pbuffer() + ", ctx)");
+    EXPECT_EQ(calls.back(), "glRenderMode(GL_FEEDBACK)");
+    EXPECT_THAT(held, ElementsAre(IsEmpty(), ElementsAre("local display")));
+    EXPECT_EQ(frames(), 0U);
+    EXPECT_THAT(sayings("CopybackThread::svc"), IsEmpty()) << "nobody is woken";
+}
+
+TEST_F(Readback, AFrameWithoutAFenceIsReadAllTheSame) {
+    begin(64, 48);
+    gl.fail("glFenceSync");
+    ASSERT_TRUE(swapAndPaint());
+    ASSERT_TRUE(swapAndPaint());
+    letPaintsArrive();
+    EXPECT_THAT(gl.callsOf("glClientWaitSync"), IsEmpty());
+    EXPECT_THAT(gl.callsOf("glDeleteSync"), IsEmpty());
+}
+
+TEST_F(Readback, DrawablesThatAreNoWindowsArePassedOverByThePainter) {
+    begin(64, 48);
+    ASSERT_NE(kor_glXCreatePbuffer(app, config("double1"), nullptr), None);
+    ASSERT_NE(
+        kor_glXCreatePixmap(app, config("double1"), XCreatePixmap(app, window, 8, 8, 24), nullptr),
+        None);
+    ASSERT_TRUE(swapAndPaint());
+    letPaintsArrive();
+    EXPECT_THAT(sayings("DrawableInfo::copyback"), IsEmpty());
 }
 
 TEST_F(Readback, WithoutAWorkerContextEveryFrameOfTheWindowIsDropped) {
     swapFailing({{"glXCreateNewContext", 2}});
     EXPECT_TRUE(said('W', "setupReadbackContexts", "Failed to set readback context"));
-    EXPECT_FALSE(logged("Failed to create readback contexts"));
+    // To the frame that is a success all the same.
+    EXPECT_FALSE(said('W', "DrawableInfo::readback",
+                      format("Failed to create readback contexts for ldi %p, 7x9",
+                             static_cast<void*>(record().get()))));
+    EXPECT_EQ(sayings("DrawableInfo::readback").back(), "DONE");
     kor_glXSwapBuffers(app, window);
     EXPECT_EQ(frames(), 0U);
     EXPECT_FALSE(gl.waitForCalls("glReadPixels", 1, 300));

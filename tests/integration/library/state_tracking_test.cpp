@@ -82,7 +82,11 @@ TEST_F(StateTracking, WithoutAUsableContextTheDrawBufferIsDropped) {
 TEST_F(StateTracking, TheRenderModeIsRecordedAndPassedOn) {
     begin(20, 20);
     gl.answer("glRenderMode", 12);
+    std::vector<std::string> held = {"never called"};
+    gl.onCall("glRenderMode", [&](const fake::Call&) { held = heldLocks(); });
     EXPECT_EQ(kor_glRenderMode(GL_SELECT), 12);
+    gl.onCall("glRenderMode", nullptr);
+    EXPECT_THAT(held, IsEmpty());
     EXPECT_EQ(info().renderMode, static_cast<GLenum>(GL_SELECT));
     EXPECT_EQ(gl.calls().back().text, "glRenderMode(GL_SELECT)");
     kor_glRenderMode(GL_FEEDBACK);
@@ -202,4 +206,33 @@ TEST_F(StateTracking, APopThatChangesTheDrawBufferIsReportedAndNotRecorded) {
                             "glGetIntegerv(GL_DRAW_BUFFER, out)",
                             "glGetIntegerv(GL_DRAW_BUFFER, out)", "glPopAttrib()",
                             "glGetIntegerv(GL_DRAW_BUFFER, out)"));
+}
+
+TEST_F(StateTracking, WithoutAThreadRecordOnlyTheCallsWithoutStateReachTheSystem) {
+    set("KOR_GL_GLXWAITX_SYNC_APPDISPLAY", "1");
+    gl.answer("glRenderMode", 12);
+    begin(20, 20);
+    const kor::gl::DrawableRef drawable = record();
+    kor_fini();
+    ASSERT_EQ(getTSD(), nullptr);
+    gl.clearCalls();
+    markLog();
+    kor_glDrawBuffer(GL_FRONT);
+    EXPECT_THAT(sayings("kor_glDrawBuffer"), ElementsAre("START", "no context"));
+    EXPECT_EQ(kor_glRenderMode(GL_SELECT), 0);
+    EXPECT_EQ(sayings("kor_glRenderMode").back(), "no context");
+    kor_glXUseXFont(5, 32, 96, 1000);
+    EXPECT_THAT(sayings("kor_glXUseXFont"), testing::SizeIs(1));
+    drawable->readback();
+    EXPECT_THAT(sayings("DrawableInfo::readback"), IsEmpty());
+    EXPECT_THAT(gl.calls(), IsEmpty());
+    kor_glClear(GL_COLOR_BUFFER_BIT);
+    kor_glBitmap(8, 1, 0, 0, 8, 0, nullptr);
+    kor_glDrawPixels(1, 1, GL_RGBA, GL_UNSIGNED_BYTE, nullptr);
+    kor_glCopyPixels(1, 2, 3, 4, GL_COLOR);
+    kor_glXWaitX();
+    EXPECT_THAT(fake::texts(gl.calls()),
+                ElementsAre("glClear(GL_COLOR_BUFFER_BIT)", "glBitmap(8, 1, 0, 0, 8, 0, null)",
+                            "glDrawPixels(1, 1, GL_RGBA, GL_UNSIGNED_BYTE, null)",
+                            "glCopyPixels(1, 2, 3, 4, GL_COLOR)", "glXWaitX()"));
 }

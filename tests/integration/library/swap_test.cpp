@@ -216,8 +216,29 @@ TEST_F(Swap, WaitingForXSynchronisesTheApplicationOnlyWhenAsked) {
 TEST_F(Swap, WaitingForXSynchronisesTheApplicationWhenTheSettingSaysSo) {
     set("KOR_GL_GLXWAITX_SYNC_APPDISPLAY", "1");
     begin(20, 20);
+    XSync(app, False);
+    XEvent event{};
+    event.type = KeyPress;
+    XPutBackEvent(app, &event);
     const unsigned long before = NextRequest(app);
+    unsigned long atTheWait = 0;
+    gl.onCall("glXWaitX", [&](const fake::Call&) { atTheWait = NextRequest(app); });
     kor_glXWaitX();
-    EXPECT_GT(NextRequest(app), before);
+    gl.onCall("glXWaitX", nullptr);
+    EXPECT_GT(atTheWait, before);
+    EXPECT_EQ(NextRequest(app), atTheWait);
     EXPECT_THAT(gl.callsOf("glXWaitX"), SizeIs(1));
+    EXPECT_TRUE(XCheckTypedEvent(app, KeyPress, &event)) << "the application's events are kept";
+}
+
+TEST_F(Swap, OfAWindowWithoutAVisualOfItsOwnIsNoSystemSwap) {
+    begin(20, 20);
+    kor::gl::LocalVisualInfo* const own = record()->visualInfo;
+    record()->visualInfo = nullptr;
+    EXPECT_FALSE(record()->isDoubleBuffered());
+    kor_glXSwapBuffers(app, window);
+    record()->visualInfo = own;
+    EXPECT_TRUE(record()->isDoubleBuffered());
+    EXPECT_THAT(gl.callsOf("glXSwapBuffers"), IsEmpty());
+    EXPECT_EQ(copies(), 1U);
 }

@@ -29,10 +29,13 @@ Fault queryFont, getFontProperty, getAtomName, loadQueryFont;
 Fault setSpecific, keyCreate;
 std::atomic<size_t> failingAllocation{0};
 std::atomic<size_t> throwingAllocation{0};
+std::atomic<bool> queryFontWithoutProperties{false};
 std::atomic<VisualID> visualIdGiven{0};
 std::atomic<int64_t> timeOfDay{-1};
 std::function<void(Display*)> beforeCreateImage;
 std::function<void(XShmSegmentInfo*)> beforeShmAttach;
+std::function<void(Display*)> beforeCloseDisplay;
+std::function<void(const std::string&)> onCall;
 const std::map<std::string, Host>* resolver;
 const char* hostName;
 std::vector<std::string> lookups;
@@ -45,7 +48,15 @@ std::mutex recordMutex;
 bool recording = false;
 std::vector<std::string> calls;
 
+struct Sleep {
+    pid_t thread;
+    unsigned microseconds;
+};
+std::vector<Sleep> sleeps; // guarded by recordMutex, too
+
 void note(const std::string& call) {
+    if (onCall)
+        onCall(call);
     const std::lock_guard lock(recordMutex);
     if (recording)
         calls.push_back(call);
@@ -87,6 +98,15 @@ std::vector<std::string> recorded() {
     return calls;
 }
 
+std::vector<unsigned> sleepsOf(pid_t thread) {
+    const std::lock_guard lock(recordMutex);
+    std::vector<unsigned> lengths;
+    for (const Sleep& sleep : sleeps)
+        if (sleep.thread == thread)
+            lengths.push_back(sleep.microseconds);
+    return lengths;
+}
+
 /// Defines __wrap_NAME for a function that gives failure when it strikes.
 #define FAILING(result, name, fault, failure, parameters, arguments)                               \
     result __real_##name parameters;                                                               \
@@ -121,13 +141,9 @@ FAILING(Bool, XShmPutImage, shmPutImage, False,
         (Display * display, Drawable drawable, GC gc, XImage* image, int fromX, int fromY, int x,
          int y, unsigned width, unsigned height, Bool event),
         (display, drawable, gc, image, fromX, fromY, x, y, width, height, event))
-FAILING(XFontStruct*, XQueryFont, queryFont, nullptr, (Display * display, XID font),
-        (display, font))
 FAILING(Bool, XGetFontProperty, getFontProperty, False,
         (XFontStruct * font, Atom atom, unsigned long* value), (font, atom, value))
 FAILING(char*, XGetAtomName, getAtomName, nullptr, (Display * display, Atom atom), (display, atom))
-FAILING(XFontStruct*, XLoadQueryFont, loadQueryFont, nullptr, (Display * display, const char* name),
-        (display, name))
 FAILING(int, pthread_setspecific, setSpecific, ENOMEM, (pthread_key_t key, const void* value),
         (key, value))
 
@@ -172,6 +188,37 @@ XImage* __wrap_XCreateImage(Display* display, Visual* visual, unsigned depth, in
         beforeCreateImage(display);
     return __real_XCreateImage(display, visual, depth, form, offset, data, width, height, pad,
                                line);
+}
+
+XFontStruct* __real_XQueryFont(Display*, XID);
+XFontStruct* __wrap_XQueryFont(Display* display, XID font) {
+    note("XQueryFont");
+    XFontStruct* given = queryFont.strikes() ? nullptr : __real_XQueryFont(display, font);
+    if (given != nullptr && queryFontWithoutProperties) {
+        XFree(given->properties);
+        given->properties = nullptr;
+        given->n_properties = 0;
+    }
+    return given;
+}
+
+XFontStruct* __real_XLoadQueryFont(Display*, const char*);
+XFontStruct* __wrap_XLoadQueryFont(Display* display, const char* name) {
+    note(text("XLoadQueryFont", name));
+    return loadQueryFont.strikes() ? nullptr : __real_XLoadQueryFont(display, name);
+}
+
+int __real_XFreeGC(Display*, GC);
+int __wrap_XFreeGC(Display* display, GC gc) {
+    note("XFreeGC");
+    return __real_XFreeGC(display, gc);
+}
+
+int __real_XCloseDisplay(Display*);
+int __wrap_XCloseDisplay(Display* display) {
+    if (beforeCloseDisplay)
+        beforeCloseDisplay(display);
+    return __real_XCloseDisplay(display);
 }
 
 Bool __real_XShmAttach(Display*, XShmSegmentInfo*);
@@ -258,6 +305,15 @@ int __wrap_gettimeofday(timeval* now, void* zone) {
     now->tv_sec = static_cast<time_t>(fixed / 1000000);
     now->tv_usec = static_cast<suseconds_t>(fixed % 1000000);
     return 0;
+}
+
+int __real_usleep(useconds_t);
+int __wrap_usleep(useconds_t microseconds) {
+    {
+        const std::lock_guard lock(recordMutex);
+        sleeps.push_back({gettid(), microseconds});
+    }
+    return __real_usleep(microseconds);
 }
 
 void* __real_malloc(size_t);

@@ -8,6 +8,7 @@
 #include <functional>
 #include <map>
 #include <string>
+#include <sys/types.h>
 #include <vector>
 
 /// The calls that the library makes of Xlib and of the system, led through this program (see
@@ -53,6 +54,14 @@ extern std::atomic<size_t> throwingAllocation;
 /// Called with the connection before XCreateImage and XShmAttach have their effect.
 extern std::function<void(Display*)> beforeCreateImage;
 extern std::function<void(XShmSegmentInfo*)> beforeShmAttach;
+/// Called with each connection that is closed, on the closing thread, while it is still open.
+extern std::function<void(Display*)> beforeCloseDisplay;
+/// Called with each call that can be recorded, on its thread, before it has its effect. Set while
+/// no other thread is at work.
+extern std::function<void(const std::string&)> onCall;
+
+/// The fonts that XQueryFont gives have no properties.
+extern std::atomic<bool> queryFontWithoutProperties;
 
 /// The id of every visual that XGetVisualInfo gives; 0: its own.
 extern std::atomic<VisualID> visualIdGiven;
@@ -63,6 +72,9 @@ extern std::atomic<int64_t> timeOfDay;
 /// The recorded calls since recording began: names, and of arguments what matters.
 void record();
 std::vector<std::string> recorded();
+
+/// The microseconds of every usleep that a thread has begun, in order.
+std::vector<unsigned> sleepsOf(pid_t thread);
 
 /// What a resolver knows: official name and aliases by name asked for. While it is set, it answers
 /// instead of the system's; what it lacks is unknown. Addresses are asked for as "a.b.c.d".

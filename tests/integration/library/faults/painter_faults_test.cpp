@@ -5,6 +5,7 @@
 #include "interposed.h"
 
 #include "framework/pixels.h"
+#include "transport/copyback.h"
 #include "transport/ximage_painter.h"
 
 #include <algorithm>
@@ -139,6 +140,28 @@ TEST_F(PainterFaults, APlainImageIsMadeInThisOrder) {
     kor::test::record();
     painter.reset();
     expectCalls({"XSync(True)"});
+}
+
+TEST_F(PainterFaults, AnotherWidthOrHeightAloneMakesAnotherImage) {
+    begin("2");
+    const auto images = [&](int width, int height) {
+        EXPECT_TRUE(setup(width, height));
+        const Texts calls = kor::test::recorded();
+        return std::count(calls.begin(), calls.end(), "XCreateImage(pad 8, line 0)");
+    };
+    EXPECT_EQ(images(30, 20), 1);
+    EXPECT_EQ(images(40, 20), 1);
+    EXPECT_EQ(images(40, 30), 1);
+    EXPECT_EQ(images(40, 30), 0);
+}
+
+TEST_F(PainterFaults, NoCompletionEventIsAskedFor) {
+    begin("1");
+    EXPECT_TRUE(setup());
+    painter->draw(display, 30, 20);
+    XSync(display, False);
+    XEvent event;
+    EXPECT_FALSE(XCheckTypedEvent(display, XShmGetEventBase(display) + ShmCompletion, &event));
 }
 
 TEST_F(PainterFaults, AnyOtherStrategyForcesSharedMemory) {
@@ -336,6 +359,13 @@ TEST_F(PainterFaults, DetectionThatFailsBothWaysSaysSo) {
     EXPECT_THAT(setupSayings(), Not(Contains("Setup without shmem returned SUCCESS")));
     EXPECT_THAT(errorsOfTheApplication, IsEmpty());
     EXPECT_EQ(kor::test::recorded().back(), "XSetErrorHandler");
+    EXPECT_EQ(printed, "ERROR: unable to create shared memory segment\n");
+    // Another painter detects for itself, and this one's failure is not its own.
+    markLog();
+    XImagePainter other(window);
+    EXPECT_TRUE(other.setup(display, visual, 30, 20));
+    EXPECT_THAT(setupSayings(), Contains("Setup with shmem SUCCEEDED"));
+    EXPECT_TRUE(other.usesSharedMemory());
     expectPaints(); // in the mode that detection chose
     EXPECT_FALSE(painter->usesSharedMemory());
 }
@@ -368,8 +398,29 @@ TEST_F(PainterFaultsOfFrames, AFrameWhosePainterFailsStaysPendingForTheNextPass)
         waitForLog("E bool kor::gl::XImagePainter::setupXImagePainterInternal(bool, "
                    "Display*, VisualID, int, int): unable to create shared memory segment"));
     EXPECT_THAT(gl.callsOf("glReadPixels"), IsEmpty());
-    EXPECT_EQ(gl.callsOf("glFenceSync").size(), 1U);
-    kor_glXSwapBuffers(app, window);
+    kor::gl::Copyback::instance()->unblock(); // a pass without another frame
     EXPECT_TRUE(gl.waitForCalls("glReadPixels", 1, 30000));
     letPaintsArrive();
+    EXPECT_EQ(gl.callsOf("glReadPixels").size(), 1U);
+    EXPECT_EQ(gl.callsOf("glFenceSync").size(), 1U);
+}
+
+TEST_F(PainterFaultsOfFrames, AFrameWithoutAnImageStaysPendingForTheNextPass) {
+    set("KOR_GL_COPYBACK_FRAME_RATE", "100");
+    set("KOR_GL_COPYBACK_STRATEGY", "2");
+    start();
+    const Window window = makeWindow(64, 48);
+    ASSERT_TRUE(kor_glXMakeCurrent(app, window, makeContext("ctx")));
+    kor::test::createImage.arm();
+    kor_glXSwapBuffers(app, window);
+    ASSERT_TRUE(waitForLog("D bool kor::gl::XImagePainter::setup(Display*, VisualID, int, int): "
+                           "DONE"));
+    letPaintsArrive();
+    EXPECT_TRUE(kor::test::createImage.spent());
+    EXPECT_THAT(gl.callsOf("glReadPixels"), IsEmpty());
+    kor::gl::Copyback::instance()->unblock();
+    EXPECT_TRUE(gl.waitForCalls("glReadPixels", 1, 30000));
+    letPaintsArrive();
+    EXPECT_EQ(gl.callsOf("glReadPixels").size(), 1U);
+    EXPECT_EQ(gl.callsOf("glFenceSync").size(), 1U);
 }

@@ -8,6 +8,7 @@
 #include "drawable/registry.h"
 #include "visual/visual_map.h"
 
+#include <X11/Xatom.h>
 #include <X11/Xutil.h>
 #include <thread>
 
@@ -35,10 +36,32 @@ class XlibFaults : public Displays {
 
     kor::gl::LocalVisualInfo* firstMapping() const { return _getLVI(app, doubleVisual, nullptr); }
 
+    /// The recorded loads of a font.
+    static std::vector<std::string> loads() {
+        std::vector<std::string> calls;
+        for (const std::string& call : kor::test::recorded())
+            if (call.rfind("XLoadQueryFont(", 0) == 0)
+                calls.push_back(call);
+        return calls;
+    }
+
     void useFont() const {
         const Font font = XLoadFont(app, "fixed");
         XSync(app, False);
         kor_glXUseXFont(font, 32, 96, 1000);
+    }
+
+    /// The full name of the font that useFont() loads.
+    std::string nameOfFixed() const {
+        XFontStruct* info = XLoadQueryFont(app, "fixed");
+        unsigned long atom = 0;
+        if (info == nullptr || !XGetFontProperty(info, XA_FONT, &atom))
+            return "no font";
+        XFreeFont(app, info);
+        char* name = XGetAtomName(app, atom);
+        const std::string text = name;
+        XFree(name);
+        return text;
     }
 
     GLXPixmap makePixmap() {
@@ -46,6 +69,18 @@ class XlibFaults : public Displays {
         return kor_glXCreatePixmap(app, config("double1"), pixmap, nullptr);
     }
     Pixmap pixmap = None;
+
+    /// From now on lists the calls of Xlib with the library's locks that are held at each.
+    void listLocks() {
+        kor::test::onCall = [this](const std::string& call) {
+            std::string text = call + ":";
+            for (const std::string& lock : heldLocks())
+                text += " " + lock;
+            underLocks.push_back(text);
+        };
+    }
+    void endList() { kor::test::onCall = nullptr; }
+    std::vector<std::string> underLocks;
 };
 
 } // namespace
@@ -122,15 +157,49 @@ TEST_F(XlibFaults, AFontWithoutItsNameBuildsNoLists) {
 
 TEST_F(XlibFaults, AFontThatTheLocalServerLacksIsReplacedByFixed) {
     begin();
+    const std::string name = nameOfFixed();
+    kor::test::record();
     kor::test::loadQueryFont.arm();
     useFont();
     const std::vector<std::string> said = sayings("kor_glXUseXFont");
     ASSERT_EQ(said.size(), 3U);
-    EXPECT_EQ(said[1].rfind("failed to load font -", 0), 0U) << said[1];
-    EXPECT_THAT(said[1], testing::EndsWith(". Falling back to 'fixed'"));
+    EXPECT_EQ(said[1], "failed to load font " + name + ". Falling back to 'fixed'");
+    EXPECT_THAT(loads(), ElementsAre("XLoadQueryFont(" + name + ")", "XLoadQueryFont(fixed)"));
     EXPECT_EQ(said[2], "DONE");
     EXPECT_TRUE(this->said('W', "kor_glXUseXFont", said[1]));
     EXPECT_EQ(gl.callsOf("glXUseXFont").size(), 1U);
+}
+
+TEST_F(XlibFaults, AFontIsLoadedByTheNameThatTheApplicationsServerKnowsItBy) {
+    begin();
+    const std::string name = nameOfFixed();
+    kor::test::record();
+    useFont();
+    EXPECT_THAT(loads(), ElementsAre("XLoadQueryFont(" + name + ")"));
+}
+
+TEST_F(XlibFaults, AFontWithoutPropertiesBuildsNoLists) {
+    begin();
+    kor::test::queryFontWithoutProperties = true;
+    useFont();
+    kor::test::queryFontWithoutProperties = false;
+    EXPECT_TRUE(said('W', "kor_glXUseXFont", "Could not get fontname."));
+    EXPECT_EQ(sayings("kor_glXUseXFont").back(), "Could not get fontname.");
+    EXPECT_THAT(gl.callsOf("glXUseXFont"), IsEmpty());
+}
+
+TEST_F(XlibFaults, AFontIsLoadedUnderTheLocalDisplayLock) {
+    begin();
+    kor::test::loadQueryFont.arm();
+    listLocks();
+    useFont();
+    endList();
+    std::vector<std::string> loading;
+    for (const std::string& text : underLocks)
+        if (text.rfind("XLoadQueryFont(", 0) == 0)
+            loading.push_back(text.substr(text.find(')')));
+    EXPECT_THAT(loading, ElementsAre("): local display", "): local display"));
+    EXPECT_THAT(underLocks, Contains("XQueryFont:")) << "on the application's connection";
 }
 
 TEST_F(XlibFaults, WithoutEvenFixedNoListsAreBuilt) {
@@ -174,7 +243,8 @@ TEST_F(XlibFaults, ATextureWithoutAGraphicsContextIsNothing) {
     kor::test::record();
     kor_glXBindTexImageEXT(app, drawable, GLX_FRONT_LEFT_EXT, nullptr);
     EXPECT_EQ(gl.callsOf("glXBindTexImageEXT").back().arguments[1], drawable);
-    EXPECT_THAT(kor::test::recorded(), ElementsAre("XGetImage", "XCreateGC", "XPutImage"));
+    EXPECT_THAT(kor::test::recorded(),
+                ElementsAre("XGetImage", "XCreateGC", "XPutImage", "XFreeGC"));
 }
 
 TEST_F(XlibFaults, APixmapThatCannotBeReadIsNotCopiedAndNobodyIsTold) {
@@ -192,7 +262,36 @@ TEST_F(XlibFaults, APixmapThatCannotBeReadIsNotCopiedAndNobodyIsTold) {
     EXPECT_THAT(copying(), ElementsAre("XGetImage"));
     kor::test::createGc.arm();
     EXPECT_THAT(copying(), ElementsAre("XGetImage", "XCreateGC"));
-    EXPECT_THAT(copying(), ElementsAre("XGetImage", "XCreateGC", "XPutImage"));
+    EXPECT_THAT(copying(), ElementsAre("XGetImage", "XCreateGC", "XPutImage", "XFreeGC"));
+}
+
+TEST_F(XlibFaults, PixmapsAreCopiedEitherWayUnderTheLocalDisplayLock) {
+    begin();
+    const GLXPixmap drawable = makePixmap();
+    ASSERT_TRUE(kor_glXMakeCurrent(app, drawable, makeContext("ctx")));
+    const auto copying = ElementsAre("XGetImage: local display", "XCreateGC: local display",
+                                     "XPutImage: local display", "XFreeGC: local display");
+    listLocks();
+    kor_glFlush();
+    EXPECT_THAT(underLocks, copying);
+    underLocks.clear();
+    kor_glXBindTexImageEXT(app, drawable, GLX_FRONT_LEFT_EXT, nullptr);
+    endList();
+    EXPECT_THAT(underLocks, copying);
+}
+
+TEST_F(XlibFaults, AReleasedTextureCopiesNothingBack) {
+    begin();
+    const GLXPixmap drawable = makePixmap();
+    kor_glXBindTexImageEXT(app, drawable, GLX_FRONT_LEFT_EXT, nullptr);
+    std::vector<std::string> held;
+    gl.onCall("glXReleaseTexImageEXT", [&](const fake::Call&) { held = heldLocks(); });
+    kor::test::record();
+    kor_glXReleaseTexImageEXT(app, drawable, GLX_FRONT_LEFT_EXT);
+    gl.onCall("glXReleaseTexImageEXT", nullptr);
+    EXPECT_THAT(kor::test::recorded(), IsEmpty());
+    EXPECT_THAT(held, ElementsAre("local display"));
+    EXPECT_EQ(gl.callsOf("glXReleaseTexImageEXT").size(), 1U);
 }
 
 TEST_F(XlibFaults, ASwapWithoutALocalDisplayOnlyFinishes) {
