@@ -43,6 +43,12 @@ bool readSome(int file, std::string& text) {
     return got > 0 || (got == -1 && (errno == EINTR || errno == EAGAIN));
 }
 
+/// Whether a read returns at once.
+bool isReadable(int file) {
+    pollfd waiting{file, POLLIN, 0};
+    return poll(&waiting, 1, 0) > 0;
+}
+
 void writeAll(int file, const std::string& text) {
     size_t done = 0;
     while (done < text.size()) {
@@ -245,7 +251,8 @@ void Supervisor::handleWebServer() {
         announce();
     if (state != State::Ended || !wasThere)
         return;
-    while (m_webServer.output() != -1)
+    // What it said last; whoever inherited the pipe may keep it open.
+    while (m_webServer.output() != -1 && isReadable(m_webServer.output()))
         m_webServer.handleOutput(m_options.verbose);
     if (!m_ready && !m_asked)
         giveUp("the web server did not start: " + m_webServer.lastLine());
@@ -354,12 +361,8 @@ void Supervisor::supervise() {
         checkTime();
     }
     // What the server said last may still be in the pipe; whoever inherited it may keep it open.
-    while (m_server.output != -1) {
-        pollfd rest{m_server.output, POLLIN, 0};
-        if (poll(&rest, 1, 0) <= 0)
-            break;
+    while (m_server.output != -1 && isReadable(m_server.output))
         handleOutput();
-    }
 }
 
 int Supervisor::run() {

@@ -204,9 +204,4 @@ std::string webPage(const Viewing& viewing) {
            "/vnc.html?autoconnect=true&resize=remote";
 }
 
-bool answersOn(const std::string& address, int port) {
-    const std::string numeric = address.empty() || address == "all" ? "127.0.0.1" : address;
-    return withSocket(numeric, port, connect) == 0;
-}
-
 } // namespace kor::server

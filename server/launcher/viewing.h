@@ -22,10 +22,6 @@ std::string vncOptions(const Viewing& viewing, bool verbose);
 std::string vncHost(const Viewing& viewing);
 std::string webPage(const Viewing& viewing);
 
-/// Whether somebody listens on the port, at the address of the viewing options ("all" and the empty
-/// one stand for loopback).
-bool answersOn(const std::string& address, int port);
-
 /// What noVNC consists of; the variable KOR_NOVNC names another folder.
 std::string noVncFolder();
 /// Path of the program that hands a browser's connection on to VNC; empty: there is none.

@@ -1,5 +1,6 @@
 #include "web_server.h"
 
+#include "listening.h"
 #include "viewing.h"
 
 #include <cerrno>
@@ -81,7 +82,7 @@ WebServer::State WebServer::look() {
         m_process = -1;
         m_state = State::Ended;
     }
-    if (m_state == State::Starting && answersOn(m_viewing.webAddress, *m_viewing.webPort))
+    if (m_state == State::Starting && listensOn(m_process, *m_viewing.webPort))
         m_state = State::Serving;
     return m_state;
 }

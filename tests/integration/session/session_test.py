@@ -176,6 +176,33 @@ class Life(SessionTest):
         self.assertEqual((session.display, session.port), (f":{number}", vnc))
         self.assertTrue(session.page.startswith(f"http://127.0.0.1:{web}/vnc.html?"))
 
+    def test_other_ports_when_one_is_taken_in_between(self):
+        """As by a session that starts at the same time: the first attempt finds it taken."""
+        tools = self.folder / "tools"
+        tools.mkdir()
+        slow = tools / "websockify"
+        slow.write_text(f"""#!/bin/sh
+            if mkdir {self.folder}/first 2> /dev/null; then
+                (setsid python3 -c 'import pathlib, socket, sys, time
+host, port = sys.argv[1].split(":")
+end = socket.create_server((host, int(port)))
+pathlib.Path("{self.folder}/first/taken").write_text(port)
+time.sleep(600)' "$3" &)
+                while ! [ -s {self.folder}/first/taken ]; do sleep 0.05; done
+                sleep 0.5
+            fi
+            exec /usr/bin/websockify "$@"
+            """)
+        slow.chmod(0o755)
+        session = self.start_session("sleep", "600",
+                                     environment={"PATH": f"{tools}:/usr/bin:/bin"})
+        taken = (self.folder / "first/taken").read_text()
+        self.assertNotIn(f":{taken}/", session.page)
+        with urllib.request.urlopen(session.page.split("#")[0], timeout=20) as answer:
+            self.assertEqual(answer.status, 200)
+        self.stop_session()
+        self.assertEqual(self.remains(session), [])
+
     def test_desktop_when_no_command_is_given(self):
         tools = self.folder / "tools"
         tools.mkdir()

@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """Xkor seen through VNC and served in a browser's protocol."""
 import re
+import socket
 import subprocess
 import unittest
 import urllib.request
@@ -165,6 +166,29 @@ class Web(TestCase):
         self.assertFalse(listens(port))
         self.assertEqual(processes_naming(str(self.folder)), [])
 
+    def test_port_that_another_takes_in_between_is_not_announced(self):
+        """Somebody answers there, but with another session's page."""
+        tools = self.folder / "tools"
+        tools.mkdir()
+        taken = self.folder / "taken"
+        slow = tools / "websockify"
+        slow.write_text(f"#!/bin/sh\ntouch {self.folder}/begun\n"
+                        f"while ! [ -e {taken} ]; do sleep 0.05; done\n"
+                        'sleep 0.5\nexec /usr/bin/websockify "$@"\n')
+        slow.chmod(0o755)
+        web = free_port()
+        number = 3000 + free_port() % 1000
+        server = self.start(BIN / "Xkor", f":{number}", "-web", web, *INSECURE,
+                            environment={"PATH": f"{tools}:/usr/bin:/bin"})
+        self.assertTrue(wait_until((self.folder / "begun").exists), server.complaints())
+        with socket.create_server(("127.0.0.1", web)):
+            taken.touch()
+            wait_until(lambda: server.poll() is not None, 30)
+        self.assertRegex(server.complaints(),
+                         r"\AXkor: the web server did not start: [^\n]*ddress already in use\n\Z")
+        self.assertEqual(server.poll(), 1)
+        self.assertEqual(processes_naming(str(self.folder)), [])
+
     def test_is_gone_when_the_launcher_is_killed(self):
         web = free_port()
         server = self.xkor("-web", web, *INSECURE)
@@ -181,7 +205,7 @@ class Web(TestCase):
         found = []
 
         def web_server():
-            # For each connection, such as the one that finds out that it listens, there is a second.
+            # For each connection there is a second.
             found[:] = [line for line in processes_naming(str(self.folder))
                         if "websockify" in line]
             return len(found) == 1
