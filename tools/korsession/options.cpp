@@ -3,7 +3,11 @@
 #include "failure.h"
 
 #include <algorithm>
+#include <arpa/inet.h>
+#include <charconv>
 #include <cstdio>
+#include <netinet/in.h>
+#include <string_view>
 
 namespace korsession {
 
@@ -13,15 +17,52 @@ namespace {
     throw korrun::Failure(korrun::StatusUsage, message + " (korsession --help lists the options)");
 }
 
+// What Xkor takes; it says what is wrong in the words of its own options, and only when the local
+// display runs already. What it does not take for a value it would take for an option.
+constexpr int largestPort = 65535;
+constexpr int largestDisplay = largestPort - 6000; // its port is 6000 + N
+constexpr int firstWebPort = 6080;                 // of display :0
+
+// Digits, and nothing else.
+std::optional<int> wholeNumber(std::string_view text) {
+    int value = 0;
+    const char* const end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, value);
+    if (error != std::errc() || stop != end || text.starts_with('-'))
+        return std::nullopt;
+    return value;
+}
+
 // ":7" for ":7", "7" and ":7.0".
 std::string readDisplay(const std::string& option, const std::string& text) {
-    const std::size_t begin = text.starts_with(':') ? 1 : 0;
-    const std::size_t end = text.ends_with(".0") ? text.size() - 2 : text.size();
-    const std::string number = text.substr(begin, end - begin);
-    if (number.empty() || number.size() > 5 ||
-        !std::all_of(number.begin(), number.end(), [](char c) { return c >= '0' && c <= '9'; }))
-        refuse(option + " takes a display such as :7; it was given \"" + text + "\"");
-    return ":" + number;
+    std::string_view number = text;
+    if (number.starts_with(':'))
+        number.remove_prefix(1);
+    if (number.ends_with(".0"))
+        number.remove_suffix(2);
+    const auto value = wholeNumber(number);
+    if (!value || *value > largestDisplay)
+        refuse(option + " takes a display such as :7, up to :" + std::to_string(largestDisplay) +
+               "; it was given \"" + text + "\"");
+    return ":" + std::to_string(*value);
+}
+
+std::string readPort(const std::string& option, const std::string& text) {
+    const auto value = wholeNumber(text);
+    if (!value || *value < 1 || *value > largestPort)
+        refuse(option + " takes a port, from 1 to " + std::to_string(largestPort) +
+               "; it was given \"" + text + "\"");
+    return std::to_string(*value);
+}
+
+std::string readListen(const std::string& text) {
+    in6_addr address{}; // holds either kind
+    if (text != "all" && inet_pton(AF_INET, text.c_str(), &address) != 1 &&
+        inet_pton(AF_INET6, text.c_str(), &address) != 1)
+        refuse("--listen takes a numeric address of this machine, or the word all; it was given "
+               "\"" +
+               text + "\"");
+    return text;
 }
 
 // As Xkor takes it; the local display is started before Xkor could complain.
@@ -49,12 +90,30 @@ constexpr ValueOption valueOptions[] = {
     {"--gl-display", [](Options& o, const std::string& v) { o.glDisplay = v; }},
     {"--display",
      [](Options& o, const std::string& v) { o.display = readDisplay("--display", v); }},
-    {"--vnc", [](Options& o, const std::string& v) { o.vncPort = v; }},
-    {"--web", [](Options& o, const std::string& v) { o.webPort = v; }},
-    {"--listen", [](Options& o, const std::string& v) { o.listen = v; }},
+    {"--vnc", [](Options& o, const std::string& v) { o.vncPort = readPort("--vnc", v); }},
+    {"--web", [](Options& o, const std::string& v) { o.webPort = readPort("--web", v); }},
+    {"--listen", [](Options& o, const std::string& v) { o.listen = readListen(v); }},
     {"--password", [](Options& o, const std::string& v) { o.passwordFile = v; }},
     {"--log-dir", [](Options& o, const std::string& v) { o.logFolder = v; }},
 };
+
+// What can be said of the options of start as a whole.
+void checkTogether(const Options& options) {
+    if (!options.command.empty() && options.command[0].empty())
+        refuse("the command has an empty name");
+    if (options.insecure && options.passwordFile)
+        refuse("--insecure and --password exclude each other");
+    if (options.insecure && options.listen)
+        refuse("--insecure is for loopback only: with --listen the session wants a password");
+    if (!options.web && options.webPort)
+        refuse("--web and --no-web exclude each other");
+    if (options.webPort && options.webPort == options.vncPort)
+        refuse("--vnc and --web cannot have the same port " + *options.webPort);
+    if (options.web && !options.webPort && options.display &&
+        std::stoi(options.display->substr(1)) > largestPort - firstWebPort)
+        refuse("--display " + *options.display + " leaves no port for browsers: give --web PORT " +
+               "or --no-web");
+}
 
 void readStartOptions(Options& options, const std::vector<std::string>& arguments) {
     for (std::size_t i = 1; i < arguments.size(); ++i) {
@@ -94,14 +153,7 @@ void readStartOptions(Options& options, const std::vector<std::string>& argument
             refuse(name + " was given an empty text");
         option->store(options, value);
     }
-    if (!options.command.empty() && options.command[0].empty())
-        refuse("the command has an empty name");
-    if (options.insecure && options.passwordFile)
-        refuse("--insecure and --password exclude each other");
-    if (options.insecure && options.listen)
-        refuse("--insecure is for loopback only: with --listen the session wants a password");
-    if (!options.web && options.webPort)
-        refuse("--web and --no-web exclude each other");
+    checkTogether(options);
 }
 
 void readRunArguments(Options& options, const std::vector<std::string>& arguments) {

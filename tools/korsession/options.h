@@ -13,12 +13,12 @@ struct Options {
     Action action = Action::Help;
 
     // start
-    std::string size = "1280x800";        // of the screen in pixels; Xkor checks it
+    std::string size = "1280x800";        // of the screen in pixels
     std::optional<std::string> glDisplay; // the GPU's display
     std::optional<std::string> display;   // ":N", the number to take; none: a free one
-    std::optional<std::string> vncPort;   // Xkor checks it
-    std::optional<std::string> webPort;   // Xkor checks it
-    std::optional<std::string> listen;    // address or "all"; none: loopback
+    std::optional<std::string> vncPort;   // 1 to 65535; none: Xkor chooses
+    std::optional<std::string> webPort;   // likewise
+    std::optional<std::string> listen;    // numeric address or "all"; none: loopback
     std::optional<std::string> passwordFile;
     bool insecure = false; // no password
     bool web = true;
