@@ -70,7 +70,7 @@ void checkFiles(Findings& findings, const Files& files, const Values& settings) 
                         "readable, or remove it");
     else if (!odd.empty())
         findings.warning(join(odd, "; "),
-                         "such lines have no effect: docs/settings.md lists the settings");
+                         "such lines have no effect: kor-gl.conf(5) lists the settings");
     else
         findings.ok(names.empty() ? "there is none" : join(names, ", "));
 }
@@ -100,7 +100,7 @@ void checkVariables(Findings& findings, const Values& settings) {
     else
         findings.warning(join(unknown, ", ") + (unknown.size() == 1 ? " is" : " are") +
                              " set, but no setting has such a variable",
-                         "correct the name: docs/settings.md lists the variables");
+                         "correct the name: kor-gl.conf(5) lists the variables");
 }
 
 // What is wrong with a value that can be read, as the end of a sentence; empty when nothing is.

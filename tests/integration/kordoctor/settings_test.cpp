@@ -81,6 +81,7 @@ TEST_F(DoctorTest, LinesThatNobodyReadsAreNamed) {
     EXPECT_THAT(found["settings-files"].result,
                 AllOf(HasSubstr("line 2: copyback-framerate is no setting"),
                       HasSubstr("line 4: no-readback belongs into section [gl]")));
+    EXPECT_THAT(found["settings-files"].advice, HasSubstr("kor-gl.conf(5)"));
     EXPECT_EQ(found["setting.no-readback"].result, "false (default)");
 }
 
@@ -96,6 +97,7 @@ TEST_F(DoctorTest, VariablesThatNobodyReadsAreNamed) {
         diagnoseBlindly({{"KOR_GL_FRAMERATE", "20"}, {"KOR_GL_READBACK_INTERVAL", "5"}});
     EXPECT_THAT(found["settings-variables"], HasStatus("warning"));
     EXPECT_THAT(found["settings-variables"].result, HasSubstr("KOR_GL_FRAMERATE is set"));
+    EXPECT_THAT(found["settings-variables"].advice, HasSubstr("kor-gl.conf(5)"));
     EXPECT_THAT(diagnoseBlindly({{"KOR_GL_READBACK_INTERVAL", "5"}})["settings-variables"],
                 HasStatus("ok"));
 }
