@@ -143,14 +143,17 @@ int run(const Options& options) {
     if (session)
         plan.started = [&](pid_t leader) { session->watchCommand(leader); };
     const CommandResult result = runCommand(plan);
+    std::vector<std::string> report;
+    if (statistics)
+        report = statistics->report();
+    statistics.reset(); // its folder; this process may end by a signal from here on
     if (session)
         for (const std::string& name : session->end())
             say("the session's " + name + " had ended by itself");
     if (options.verbose && result.timeWasUp)
         say(options.command[0] + " was ended: its time was up");
-    if (statistics)
-        for (const std::string& line : statistics->report())
-            say(line);
+    for (const std::string& line : report)
+        say(line);
     return reportOf(options, result);
 }
 

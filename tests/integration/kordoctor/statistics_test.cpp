@@ -223,6 +223,18 @@ TEST_F(DoctorTest, LauncherTellsWhenThereWereNoFrames) {
     EXPECT_THAT(refused.errors, HasSubstr(path("nowhere")));
 }
 
+TEST_F(DoctorTest, LauncherLeavesNoCountersWhicheverWayTheCommandEnds) {
+    for (const char* how : {"exit 1", "kill -INT $$", "kill -KILL $$"}) {
+        const CommandResult result =
+            runCommand({.arguments = {buildProgram("korrun"), "--stats", "sh", "-c", how},
+                        .environment = {{"TMPDIR", m_folder}}});
+        EXPECT_NE(result.status, 0) << how;
+        EXPECT_EQ(result.errors, "korrun: no frame was finished\n") << how;
+        for (const auto& entry : files::directory_iterator(m_folder))
+            EXPECT_FALSE(entry.path().filename().string().starts_with("korrun-stats")) << how;
+    }
+}
+
 TEST_F(StatisticsTest, FolderThatTakesNoFileHarmsNothing) {
     Child program(gears({{"KOR_GL_STATS", path("nowhere")}}));
     EXPECT_TRUE(showsFrames(program.process())) << "the page is in memory then";
