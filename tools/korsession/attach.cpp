@@ -24,10 +24,13 @@ int attach(const Options& options) {
     if (viewer.empty() || !display || !*display) {
         // Somebody who came over a plain text line: the viewer is to run where he sits.
         const std::string port = host.substr(host.rfind(':') + 1);
-        std::printf("%s; where you sit: ssh -L %s:localhost:%s THIS_MACHINE, then a VNC viewer on "
+        // One that listens at an address of this machine listens nowhere else.
+        const std::string address = host.substr(0, host.rfind("::"));
+        const std::string target = address == "127.0.0.1" ? "localhost" : address;
+        std::printf("%s; where you sit: ssh -L %s:%s:%s THIS_MACHINE, then a VNC viewer on "
                     "localhost::%s (korsession list shows the page for browsers)\n",
                     viewer.empty() ? "vncviewer is not installed" : "DISPLAY is not set",
-                    port.c_str(), port.c_str(), port.c_str());
+                    port.c_str(), target.c_str(), port.c_str(), port.c_str());
         return 0;
     }
     if (password.empty())

@@ -12,7 +12,7 @@ import urllib.request
 import rfb
 from xkor import BIN, TestCase, free_port, listens, processes_naming, wait_until
 
-LINE = re.compile(r"session (:\d+): open (\S+) \(VNC viewer: 127\.0\.0\.1::(\d+); "
+LINE = re.compile(r"session (:\d+): open (\S+) \(VNC viewer: 127\.0\.0\.\d::(\d+); "
                   r"(?:command: (.*); )?logs: (.*)\)\n")
 
 
@@ -503,6 +503,13 @@ class Attach(SessionTest):
         self.assertEqual((result.returncode, result.stderr), (0, ""))
         self.assertIn("DISPLAY is not set", result.stdout)
         self.assertIn(f"ssh -L {session.port}:localhost:{session.port} ", result.stdout)
+
+    def test_it_says_where_the_server_listens(self):
+        session = self.start_session("--listen", "127.0.0.2", "sleep", "600")
+        self.assertTrue(listens(session.port, "127.0.0.2"))
+        self.assertFalse(listens(session.port))
+        self.assertIn(f"ssh -L {session.port}:127.0.0.2:{session.port} ",
+                      self.korsession("attach").stdout)
 
     def test_viewer_gets_in(self):
         session = self.start_session("xev", "-root")
