@@ -1,6 +1,7 @@
 #include "log_folder.h"
 
 #include "failure.h"
+#include "private_folder.h"
 #include "registry.h"
 
 #include <algorithm>
@@ -21,7 +22,7 @@ using korrun::Failure;
 
 namespace {
 
-constexpr std::size_t keptFolders = 10;
+constexpr std::size_t keptFolders = 10;        // with the one that is being made
 constexpr std::size_t neededBytes = 64 * 1024; // a session that comes up writes less
 
 std::string usualPlace() {
@@ -31,7 +32,9 @@ std::string usualPlace() {
     const char* home = std::getenv("HOME");
     if (home && *home == '/')
         return std::string(home) + "/.local/state/kor/sessions";
-    return "/tmp/kor-" + std::to_string(geteuid()) + "/sessions";
+    const std::string shared = "/tmp/kor-" + std::to_string(geteuid());
+    makePrivateFolder(shared, "logs", "let --log-dir name another one");
+    return shared + "/sessions";
 }
 
 // Sorts by time, and no two are alike.
@@ -49,6 +52,7 @@ bool isOurName(const std::string& name) {
            name.find_first_not_of("0123456789-") == std::string::npos;
 }
 
+// Makes room for one more.
 void removeOldest(const files::path& place) {
     std::vector<std::string> folders;
     std::error_code error;
@@ -57,7 +61,7 @@ void removeOldest(const files::path& place) {
             folders.push_back(entry.path());
     std::sort(folders.begin(), folders.end());
     const std::vector<Entry> running = runningSessions();
-    for (std::size_t i = 0; i + keptFolders < folders.size(); ++i) {
+    for (std::size_t i = 0; i + keptFolders <= folders.size(); ++i) {
         const bool used = std::any_of(running.begin(), running.end(), [&](const Entry& entry) {
             const auto logs = entry.facts.find(factLogs);
             return logs == entry.facts.end() || logs->second == folders[i];

@@ -1,6 +1,7 @@
 #include "registry.h"
 
 #include "failure.h"
+#include "private_folder.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -25,22 +26,10 @@ namespace {
 constexpr int statusNoSession = 1;
 constexpr const char* prefix = "session-";
 
-// Makes the folder of all sessions and sees that it is the user's own: in a folder that all may
-// write to, someone else could have made it first.
 std::string topFolder() {
     const char* named = std::getenv("KOR_SESSION_DIR");
     std::string path = named && *named ? named : "/tmp/kor-sessions-" + std::to_string(geteuid());
-    struct stat status {};
-    const bool made = mkdir(path.c_str(), S_IRWXU) == 0;
-    const int error = errno;
-    if (lstat(path.c_str(), &status) != 0)
-        throw Failure(korrun::StatusMissing, "the folder of the sessions " + path +
-                                                 " cannot be made: " + std::strerror(error));
-    if (!made && (!S_ISDIR(status.st_mode) || status.st_uid != geteuid() ||
-                  (status.st_mode & (S_IWGRP | S_IWOTH)) != 0))
-        throw Failure(korrun::StatusMissing,
-                      path + " is no folder of yours that only you can write to: remove it, or "
-                             "let KOR_SESSION_DIR name another one");
+    makePrivateFolder(path, "sessions", "let KOR_SESSION_DIR name another one");
     return path;
 }
 

@@ -203,6 +203,25 @@ time.sleep(600)' "$3" &)
         self.stop_session()
         self.assertEqual(self.remains(session), [])
 
+    def test_listens_where_it_is_told(self):
+        session = self.start_session("--listen", "all", "sleep", "600")
+        web = re.search(r":(\d+)/vnc", session.page).group(1)
+        for port in (session.port, web):
+            sockets = self.run_program("ss", "-ltnH", f"sport = :{port}").stdout
+            self.assertTrue({f"0.0.0.0:{port}", f"*:{port}"} &
+                            {line.split()[3] for line in sockets.splitlines()}, sockets)
+        with self.assertRaisesRegex(rfb.RfbError, "security types"):
+            rfb.Client(session.port)  # it has a password all the same
+
+    def test_logs_of_the_newest_ten_are_kept(self):
+        place = self.folder / "state/kor/sessions"
+        others = [place / f"20200101-0000{i:02}-77" for i in range(12)]
+        for folder in [*others, place / "notes"]:
+            folder.mkdir(parents=True)
+        session = self.start_session("sleep", "600")
+        self.assertEqual(sorted(place.iterdir()),
+                         sorted([*others[3:], place / "notes", session.logs]))
+
     def test_desktop_when_no_command_is_given(self):
         tools = self.folder / "tools"
         tools.mkdir()
@@ -434,6 +453,18 @@ class BadInput(SessionTest):
         self.refused(3, "cannot be made", "start", "--log-dir", file, "sleep", "1")
         self.refused(3, "cannot be made", "start", "sleep", "1",
                      environment={"XDG_STATE_HOME": "/proc/none"})
+
+    def test_logs_in_a_folder_that_others_may_have_made(self):
+        """Without HOME they are below /tmp, where everybody may make folders."""
+        isolation = ["unshare", "--mount"] + ([] if os.geteuid() == 0 else ["--map-root-user"])
+        for made in ("mkdir -m 0777 $place", "touch $place", "mkdir -m 0700 own && ln -s own $place"):
+            with self.subTest(made):
+                script = (f"mount -t tmpfs none /tmp && cd /tmp && place=kor-$(id -u) && {made} && "
+                          f"unset HOME XDG_STATE_HOME && KOR_SESSION_DIR=/tmp/sessions "
+                          f"exec {BIN}/korsession start sleep 600")
+                result = self.run_program(*isolation, "sh", "-c", script, timeout=120)
+                self.expect_failure(result, 3, "/tmp/kor-", "is no folder of yours", "--log-dir",
+                                    program="korsession")
 
     def test_full_disk(self):
         small = self.folder / "small"
