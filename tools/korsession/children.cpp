@@ -73,4 +73,21 @@ void endChildren(std::chrono::milliseconds patience) {
     }
 }
 
+bool endChild(pid_t child, std::chrono::milliseconds patience) {
+    for (const int number : {SIGTERM, SIGCONT})
+        if (kill(-child, number) != 0)
+            kill(child, number);
+    const Clock::time_point deadline = Clock::now() + patience;
+    while (waitpid(child, nullptr, WNOHANG) == 0) {
+        if (Clock::now() >= deadline) {
+            kill(child, SIGKILL);
+            while (waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
+            }
+            return false;
+        }
+        poll(nullptr, 0, 20);
+    }
+    return true;
+}
+
 } // namespace korsession

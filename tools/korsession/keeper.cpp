@@ -286,7 +286,9 @@ void Keeper::end() {
                 const auto fact = facts.find(name);
                 line += (fact == facts.end() ? "" : fact->second) + "\n";
             }
-            korrun::writeText(answers, line);
+            // Nobody knows of a session whose start was broken off.
+            if (!korrun::writeText(answers, line))
+                throw Failure(korrun::StatusMissing, "its start was broken off");
             close(answers);
             keeper.wait(signals.get());
         } catch (const std::exception& failure) {

@@ -103,6 +103,12 @@ bool isRunning(const Entry& entry) {
     return lock.isOpen() && !takeLock(lock.get());
 }
 
+pid_t keeperOf(const std::string& folder) {
+    pid_t keeper = -1;
+    std::ifstream file(folder + "/keeper");
+    return file >> keeper ? keeper : -1;
+}
+
 std::vector<Entry> runningSessions() {
     std::vector<Entry> sessions;
     std::error_code error;
@@ -115,7 +121,7 @@ std::vector<Entry> runningSessions() {
             removeFolder(entry.folder);
             continue;
         }
-        std::ifstream(entry.folder + "/keeper") >> entry.keeper;
+        entry.keeper = keeperOf(entry.folder);
         std::ifstream facts(entry.folder + "/facts");
         for (std::string line; std::getline(facts, line);)
             if (const std::size_t equals = line.find('='); equals != std::string::npos)

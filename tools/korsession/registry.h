@@ -46,8 +46,8 @@ class SessionFolder {
 
 struct Entry {
     std::string folder;
-    pid_t keeper = -1;
-    Facts facts; // empty: it is still starting
+    pid_t keeper = -1; // -1: not yet, its password is being made
+    Facts facts;       // empty: it is still starting
 };
 
 // The sessions that run, by display. Folders of dead ones are removed.
@@ -55,6 +55,9 @@ std::vector<Entry> runningSessions();
 
 // The session that was named, or the only one. Throws Failure (status 1) when there is no such.
 Entry findSession(const std::optional<std::string>& display);
+
+// The process that keeps the session in this folder, by now; -1: there is none yet.
+pid_t keeperOf(const std::string& folder);
 
 // Whether its processes still run.
 bool isRunning(const Entry& entry);

@@ -1,4 +1,5 @@
 #include "actions.h"
+#include "children.h"
 #include "desktop.h"
 #include "environment.h"
 #include "failure.h"
@@ -13,7 +14,6 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <sys/wait.h>
 #include <unistd.h>
 
 namespace korsession {
@@ -26,6 +26,7 @@ namespace {
 
 // The keepers bound each of their own steps; this only guards against ones that were stopped.
 constexpr std::chrono::seconds startingPatience{240};
+constexpr std::chrono::seconds endingPatience{60};
 
 void say(const std::string& message) {
     std::fprintf(stderr, "korsession: %s\n", message.c_str());
@@ -132,9 +133,9 @@ int start(const Options& options) {
     while (korrun::readLine(answers.readEnd.get(), line, deadline) == ReadResult::Line)
         lines.push_back(line);
     if (lines.size() < 6 || lines[0] != "ready") {
-        // Nothing is left running when this has been said.
-        while (waitpid(keeper, nullptr, 0) < 0 && errno == EINTR) {
-        }
+        // Nothing is left running when this has been said. A keeper that has failed ends by itself;
+        // of one that is killed the inner one hears.
+        endChild(keeper, endingPatience);
         std::string message;
         for (std::size_t i = 1; i < lines.size() && lines[0] == "failed"; ++i)
             message += (message.empty() ? "" : "\n") + lines[i];

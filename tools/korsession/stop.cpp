@@ -22,33 +22,45 @@ std::string nameOf(const Entry& entry) {
     return display == entry.facts.end() ? "that is starting" : display->second;
 }
 
-// Asks the session's keeper to end. What is returned can be polled for the end of its process; it
-// is not open when the process is gone already.
-korrun::FileDescriptor askToEnd(const Entry& entry) {
-    if (entry.keeper <= 1)
-        return {};
-    korrun::FileDescriptor process(static_cast<int>(syscall(SYS_pidfd_open, entry.keeper, 0)));
+struct Ending {
+    Entry entry;
+    bool asked = false;
+    // Can be polled for the end of the keeper's process; not open when that is gone already.
+    korrun::FileDescriptor process;
+};
+
+// Asks the session's keeper to end, once there is one.
+void askToEnd(Ending& ending) {
+    if (ending.asked)
+        return;
+    ending.entry.keeper = keeperOf(ending.entry.folder);
+    if (ending.entry.keeper <= 1)
+        return;
+    korrun::FileDescriptor process(
+        static_cast<int>(syscall(SYS_pidfd_open, ending.entry.keeper, 0)));
     // Its lock is held, so the number is that of a keeper, or of nobody if that one was killed.
-    if (!isRunning(entry))
-        return {};
-    kill(entry.keeper, SIGTERM);
-    return process;
+    if (!isRunning(ending.entry))
+        return;
+    kill(ending.entry.keeper, SIGTERM);
+    ending.asked = true;
+    ending.process = std::move(process);
 }
 
-bool waitForEnd(const Entry& entry, const korrun::FileDescriptor& keeper) {
+bool waitForEnd(Ending& ending) {
     const korrun::Clock::time_point deadline = korrun::Clock::now() + stoppingPatience;
-    while (isRunning(entry)) {
+    while (isRunning(ending.entry)) {
         if (korrun::Clock::now() >= deadline)
             return false;
+        askToEnd(ending);
         poll(nullptr, 0, 20);
     }
     // The keeper removes its folder, and then ends.
-    pollfd process{keeper.get(), POLLIN, 0};
-    if (keeper.isOpen() &&
+    pollfd process{ending.process.get(), POLLIN, 0};
+    if (ending.process.isOpen() &&
         poll(&process, 1, static_cast<int>(std::chrono::milliseconds(stoppingPatience).count())) ==
             0)
         return false;
-    removeFolder(entry.folder);
+    removeFolder(ending.entry.folder);
     return true;
 }
 
@@ -57,19 +69,18 @@ bool waitForEnd(const Entry& entry, const korrun::FileDescriptor& keeper) {
 int stop(const Options& options) {
     const std::vector<Entry> sessions =
         options.all ? runningSessions() : std::vector<Entry>{findSession(options.session)};
-    std::vector<korrun::FileDescriptor> keepers;
-    keepers.reserve(sessions.size());
+    std::vector<Ending> endings;
+    endings.reserve(sessions.size());
     for (const Entry& entry : sessions)
-        keepers.push_back(askToEnd(entry));
+        askToEnd(endings.emplace_back(Ending{entry, false, {}}));
     int status = 0;
-    for (std::size_t i = 0; i < sessions.size(); ++i) {
-        const Entry& entry = sessions[i];
-        if (waitForEnd(entry, keepers[i])) {
-            std::printf("session %s has ended\n", nameOf(entry).c_str());
+    for (Ending& ending : endings) {
+        if (waitForEnd(ending)) {
+            std::printf("session %s has ended\n", nameOf(ending.entry).c_str());
             continue;
         }
         std::fprintf(stderr, "korsession: the session %s does not end (process %d)\n",
-                     nameOf(entry).c_str(), static_cast<int>(entry.keeper));
+                     nameOf(ending.entry).c_str(), static_cast<int>(ending.entry.keeper));
         status = statusNotStopped;
     }
     return status;

@@ -282,6 +282,62 @@ time.sleep(600)' "$3" &)
                             (width, height, [extent(colour) for colour in range(3)]))
 
 
+class Unfinished(SessionTest):
+    """Sessions that are not wanted any more before they are there."""
+
+    def slow_program(self, name):
+        """PATH with such a program, which tells that it has begun, and waits to be told to go on."""
+        tools = self.folder / "tools"
+        tools.mkdir()
+        (tools / name).write_text(f"#!/bin/sh\ntouch {self.folder}/begun\n"
+                                  f"while ! [ -e {self.folder}/go ]; do sleep 0.05; done\n"
+                                  f'exec /usr/bin/{name} "$@"\n')
+        (tools / name).chmod(0o755)
+        return {"PATH": f"{tools}:/usr/bin:/bin"}
+
+    def begin(self, name):
+        start = self.start(BIN / "korsession", "start", "sleep", "600",
+                           environment=self.slow_program(name))
+        self.assertTrue(wait_until((self.folder / "begun").exists), start.complaints())
+        return start
+
+    def expect_nothing_left(self):
+        self.assertTrue(wait_until(lambda: not processes_naming(str(self.folder)), 30),
+                        processes_naming(str(self.folder)))
+        self.assertEqual(self.korsession("list").stdout, "")
+        self.assertEqual(list(self.sessions.iterdir()), [])
+
+    def test_start_that_is_broken_off(self):
+        for number in (signal.SIGINT, signal.SIGKILL):
+            with self.subTest(number):
+                start = self.begin("Xvfb")
+                start.send_signal(number)
+                self.assertEqual(start.wait(20), -number)
+                (self.folder / "go").touch()
+                self.expect_nothing_left()
+            shutil.rmtree(self.folder / "tools")
+            for name in ("begun", "go"):
+                (self.folder / name).unlink()
+
+    def test_stop_before_there_is_a_keeper(self):
+        start = self.begin("vncpasswd")
+        stop = self.start(BIN / "korsession", "stop")
+
+        def waits():
+            status = pathlib.Path(f"/proc/{stop.pid}/status").read_text()
+            return int(re.search(r"^voluntary_ctxt_switches:\s+(\d+)", status, re.M).group(1)) > 20
+        self.assertTrue(wait_until(waits))
+        self.assertIsNone(stop.poll())
+        (self.folder / "go").touch()
+        self.assertEqual(stop.wait(90), 0, stop.complaints())
+        self.assertEqual((stop.written(), stop.complaints()),
+                         ("session that is starting has ended\n", ""))
+        self.assertEqual(start.wait(20), 3)
+        self.assertEqual(start.written(), "")
+        self.assertRegex(start.complaints(), r"\Akorsession: [^\n]+")
+        self.expect_nothing_left()
+
+
 class Crash(SessionTest):
     def started(self):
         return self.start_session("sh", "-c", "(setsid sleep 603 &); sleep 600")
