@@ -306,25 +306,45 @@ TEST_F(LauncherLife, OtherParentsGetNoSignal) {
     EXPECT_FALSE(admits(launched.number, ""));
 }
 
-/// With a copy of what is installed, in a folder that the user can read: this also shows that the
-/// launcher finds its module wherever both are put.
-TEST_F(LauncherLife, OrdinaryUser) {
-    constexpr const char* nobody = "65534";
-    fs::create_directories(folder / "bin");
-    fs::create_directories(folder / "lib/xorg/modules/extensions");
-    fs::copy(buildProgram("Xkor"), folder / "bin/Xkor");
-    fs::copy(buildLibrary("xorg/modules/extensions/libkor.so"),
-             folder / "lib/xorg/modules/extensions/libkor.so");
-    Command ordinary = command({"-geometry", "640x480"});
-    ordinary.arguments[0] = folder / "bin/Xkor";
-    if (geteuid() == 0) {
-        for (const fs::path& path : {folder, state, runtime})
-            ASSERT_EQ(chown(path.c_str(), 65534, 65534), 0);
-        ordinary.arguments.insert(
-            ordinary.arguments.begin(),
-            {"setpriv", "--reuid", nobody, "--regid", nobody, "--clear-groups", "--"});
+class LauncherOfAnOrdinaryUser : public LauncherLife {
+  protected:
+    /// With a copy of what is installed, in a folder that the user can read: this also shows that
+    /// the launcher finds its module wherever both are put.
+    Command ordinary(const std::vector<std::string>& arguments) {
+        constexpr const char* nobody = "65534";
+        fs::create_directories(folder / "bin");
+        fs::create_directories(folder / "lib/xorg/modules/extensions");
+        fs::copy(buildProgram("Xkor"), folder / "bin/Xkor");
+        fs::copy(buildLibrary("xorg/modules/extensions/libkor.so"),
+                 folder / "lib/xorg/modules/extensions/libkor.so");
+        Command command = LauncherTest::command(arguments);
+        command.arguments[0] = folder / "bin/Xkor";
+        if (geteuid() == 0) {
+            for (const fs::path& path : {folder, state, runtime})
+                EXPECT_EQ(chown(path.c_str(), 65534, 65534), 0);
+            command.arguments.insert(
+                command.arguments.begin(),
+                {"setpriv", "--reuid", nobody, "--regid", nobody, "--clear-groups", "--"});
+        }
+        return command;
     }
-    Launched launched = launch(ordinary);
+};
+
+TEST_F(LauncherOfAnOrdinaryUser, PasswordFileThatMayNotBeRead) {
+    const fs::path file = folder / "password";
+    std::ofstream(file) << "12345678";
+    // Root's own, or the user's without any rights.
+    ASSERT_EQ(chmod(file.c_str(), geteuid() == 0 ? 0600 : 0), 0);
+    const CommandResult result =
+        runCommand(ordinary({":" + std::to_string(unusedNumber()), "-vnc", "-vnc-password", file}));
+    EXPECT_EQ(result.status, 1);
+    expectOneLine(result,
+                  "the password file " + file.string() + " cannot be read: Permission denied");
+    EXPECT_TRUE(fs::is_empty(runtime));
+}
+
+TEST_F(LauncherOfAnOrdinaryUser, StartsAndLeavesNothing) {
+    Launched launched = launch(ordinary({"-geometry", "640x480"}));
     ASSERT_GE(launched.number, 0) << launched.launcher->errors();
     struct stat status {};
     ASSERT_EQ(stat(launched.authority.c_str(), &status), 0);
