@@ -98,11 +98,11 @@ class Vnc(TestCase):
             self.assertEqual(f"{client.width}x{client.height}", mode)
 
     def test_loopback_only_unless_told(self):
-        port = free_port()
-        self.xkor("-vnc", port, *INSECURE)
-        sockets = self.run_program("ss", "-ltnH", f"sport = :{port}").stdout
+        port, page = free_port(), free_port()
+        self.xkor("-vnc", port, "-web", page, *INSECURE)
+        sockets = self.run_program("ss", "-ltnH", f"sport = :{port} or sport = :{page}").stdout
         self.assertEqual(sorted(line.split()[3] for line in sockets.splitlines()),
-                         [f"127.0.0.1:{port}", f"[::1]:{port}"])
+                         sorted([f"127.0.0.1:{port}", f"[::1]:{port}", f"127.0.0.1:{page}"]))
         other, web = free_port(), free_port()
         server = self.xkor("-vnc", other, "-vnc-listen", "all", "-web", web, "-web-listen", "all",
                            "-vnc-password", self.password_file())
