@@ -592,7 +592,7 @@ class Attach(SessionTest):
         self.assertIn(f"ssh -L {session.port}:localhost:{session.port} ", result.stdout)
 
     def test_it_says_where_the_server_listens(self):
-        session = self.start_session("--listen", "127.0.0.2", "sleep", "600")
+        session = self.start_session("--listen", "127.0.0.2", "--vnc", free_port(), "sleep", "600")
         self.assertTrue(listens(session.port, "127.0.0.2"))
         self.assertFalse(listens(session.port))
         self.assertIn(f"ssh -L {session.port}:127.0.0.2:{session.port} ",
