@@ -3,7 +3,7 @@
 import unittest
 
 from browser import ARGUMENTS, Page, gears_in
-from session_test import SessionTest, Started
+from sessions import SessionTest, Started
 from xkor import wait_until
 
 WIDTH, HEIGHT = 1100, 800
