@@ -32,8 +32,8 @@ kor::Mutex& getLocalDisplayMutex();
 namespace kor::gl {
 
 /// Keeps the local connection of an application display open for the object's life, whatever the
-/// calling thread deletes meanwhile, and closes it at the end when nothing uses it any more. For
-/// whoever deletes records and still has a call to make on the connection.
+/// calling thread deletes meanwhile. When something was deleted, the connection is closed at the
+/// end, unless it is still used. For whoever deletes records and still has a call to make on it.
 class LocalDisplayHold {
   public:
     explicit LocalDisplayHold(Display* appDpy);
@@ -41,9 +41,13 @@ class LocalDisplayHold {
     LocalDisplayHold(const LocalDisplayHold&) = delete;
     LocalDisplayHold& operator=(const LocalDisplayHold&) = delete;
 
+    /// True when the calling thread's innermost hold is on that display; it then closes at its end.
+    static bool putsOff(Display* appDpy);
+
   private:
-    Display* outer_;
+    LocalDisplayHold* outer_;
     Display* held_;
+    bool putOff_ = false;
 };
 
 } // namespace kor::gl

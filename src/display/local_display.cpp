@@ -125,19 +125,29 @@ Display* _getLocalDisplay(TSD* tsd) {
     return local;
 }
 
-static thread_local Display* heldDisplay = nullptr;
+static thread_local kor::gl::LocalDisplayHold* innermostHold = nullptr;
 
-kor::gl::LocalDisplayHold::LocalDisplayHold(Display* appDpy) : outer_(heldDisplay), held_(appDpy) {
-    heldDisplay = appDpy;
+kor::gl::LocalDisplayHold::LocalDisplayHold(Display* appDpy)
+    : outer_(innermostHold), held_(appDpy) {
+    innermostHold = this;
 }
 
 kor::gl::LocalDisplayHold::~LocalDisplayHold() {
-    heldDisplay = outer_;
-    _unsetLocalDisplay(held_);
+    innermostHold = outer_;
+    if (putOff_)
+        _unsetLocalDisplay(held_);
+}
+
+bool kor::gl::LocalDisplayHold::putsOff(Display* appDpy) {
+    if (innermostHold == nullptr || innermostHold->held_ != appDpy)
+        return false;
+    innermostHold->putOff_ = true;
+    return true;
 }
 
 void _unsetLocalDisplay(Display* appDpy) {
-    if (!kor::conf::settings().unsetLocalDisplay || appDpy == nullptr || appDpy == heldDisplay)
+    if (!kor::conf::settings().unsetLocalDisplay || appDpy == nullptr ||
+        kor::gl::LocalDisplayHold::putsOff(appDpy))
         return;
     Display* local = displayMap().find(appDpy);
     if (local == nullptr)

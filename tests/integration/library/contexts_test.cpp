@@ -198,6 +198,14 @@ TEST_F(Contexts, DestroyingAnUnknownOneStillReachesTheDriver) {
     EXPECT_EQ(last("glXDestroyContext"), "glXDestroyContext(local, 0x5550)");
 }
 
+TEST_F(Contexts, DestroyingAnUnknownOneEndsNoRecordAndLeavesTheLocalConnection) {
+    set("KOR_GL_UNSET_LOCAL_DISPLAY", "1");
+    start();
+    kor_glXDestroyContext(app, reinterpret_cast<GLXContext>(0x5550));
+    EXPECT_EQ(last("glXDestroyContext"), "glXDestroyContext(local, 0x5550)");
+    EXPECT_THAT(sayings("_unsetLocalDisplay"), IsEmpty());
+}
+
 TEST_F(Contexts, DestroyedWhileCurrentElsewhereTheRecordWaitsForThatThread) {
     start();
     GLXContext context = makeContext("ctx");

@@ -5,8 +5,9 @@
 #include "core/tsd.h"
 #include "display/connections.h"
 #include "display/displays.h"
+#include "drawable/registry.h"
 
-#include <set>
+#include <filesystem>
 #include <thread>
 
 using testing::ElementsAre;
@@ -28,6 +29,40 @@ class DisplayPairing : public Displays {
         for (const std::string& text : logTexts())
             times += text.find(localInfo + "opened local display") == 0 ? 1 : 0;
         return times;
+    }
+
+    /// What a closed local connection says.
+    std::string closed(Display* connection) const {
+        return unset + format("closed local display %p mapped to %p",
+                              static_cast<void*>(connection), static_cast<void*>(app));
+    }
+
+    /// A thread works on the application display and ends. Gives its local connection, and how many
+    /// connections of the process its end has closed.
+    struct Ended {
+        Display* local = nullptr;
+        long connectionsClosed = 0;
+    };
+    Ended endThread() const {
+        Ended ended;
+        long before = 0;
+        std::thread([&] {
+            _setupAppDisplay(app, nullptr);
+            ended.local = local();
+            before = openSockets();
+        }).join();
+        ended.connectionsClosed = before - openSockets();
+        return ended;
+    }
+
+    static long openSockets() {
+        long sockets = 0;
+        for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+            std::error_code gone; // the iterator's own is
+            const auto target = std::filesystem::read_symlink(entry.path(), gone);
+            sockets += target.string().find("socket:") == 0 ? 1 : 0;
+        }
+        return sockets;
     }
 };
 
@@ -124,24 +159,70 @@ TEST_F(DisplayPairing, DifferentDisplaysGetDifferentConnectionsToTheSameName) {
 
 TEST_F(DisplayPairing, LocalConnectionsStayOpenByDefault) {
     start();
-    std::thread([&] { _setupAppDisplay(app, nullptr); }).join();
+    EXPECT_EQ(endThread().connectionsClosed, 1) << "the thread's own, to the application display";
     EXPECT_TRUE(logged("D virtual kor::gl::TSD::~TSD(): Closing appdpy2"));
-    for (const std::string& text : logTexts())
-        EXPECT_EQ(text.find(unset), std::string::npos) << text;
+    std::thread([&] {
+        GLXContext context = makeContext("ctx");
+        ASSERT_NE(context, nullptr);
+        kor_glXDestroyContext(app, context);
+    }).join();
+    EXPECT_EQ(gl.callsOf("glXDestroyContext").size(), 1U);
+    EXPECT_THAT(sayings("_unsetLocalDisplay"), IsEmpty());
+    _setupAppDisplay(app, nullptr);
+    EXPECT_EQ(timesOpened(), 1U);
 }
 
 TEST_F(DisplayPairing, TheUnusedLocalConnectionIsClosedWhenTheSettingSaysSo) {
     set("KOR_GL_UNSET_LOCAL_DISPLAY", "1");
     start();
-    Display* first = nullptr;
-    std::thread([&] {
-        _setupAppDisplay(app, nullptr);
-        first = local();
-    }).join();
-    EXPECT_TRUE(logged(unset + format("closed local display %p mapped to %p",
-                                      static_cast<void*>(first), static_cast<void*>(app))));
+    markLog();
+    const Ended thread = endThread();
+    EXPECT_EQ(thread.connectionsClosed, 2);
+    const std::vector<std::string> texts = logTexts();
+    ASSERT_GE(texts.size(), 3U);
+    const std::string destructor = "D virtual kor::gl::TSD::~TSD(): ";
+    EXPECT_THAT(
+        std::vector<std::string>(texts.end() - 3, texts.end()),
+        ElementsAre(destructor + "START", closed(thread.local), destructor + "Closing appdpy2"));
     _setupAppDisplay(app, nullptr);
     EXPECT_EQ(timesOpened(), 2U);
+}
+
+TEST_F(DisplayPairing, AThreadLooksAgainWhenAnotherHasClosedItsLocalConnection) {
+    set("KOR_GL_UNSET_LOCAL_DISPLAY", "1");
+    start();
+    _setupAppDisplay(app, nullptr);
+    local();
+    local();
+    EXPECT_EQ(timesOpened(), 1U);
+    EXPECT_TRUE(logged(closed(endThread().local)));
+    EXPECT_NE(local(), nullptr);
+    EXPECT_EQ(timesOpened(), 2U); // the new one may well lie where the old one was
+}
+
+TEST_F(DisplayPairing, ContextsOfAnotherDisplayDoNotKeepTheLocalConnection) {
+    set("KOR_GL_UNSET_LOCAL_DISPLAY", "1");
+    start();
+    Display* second = XOpenDisplay(appName.c_str());
+    ASSERT_NE(second, nullptr);
+    ASSERT_NE(kor_glXCreateNewContext(second, config("double1"), GLX_RGBA_TYPE, nullptr, True),
+              nullptr);
+    EXPECT_TRUE(logged(closed(endThread().local)));
+}
+
+TEST_F(DisplayPairing, WindowsOfAnotherDisplayDoNotKeepTheLocalConnection) {
+    set("KOR_GL_UNSET_LOCAL_DISPLAY", "1");
+    start();
+    Display* second = XOpenDisplay(appName.c_str());
+    ASSERT_NE(second, nullptr);
+    const Window window = makeWindow(20, 20);
+    GLXContext context =
+        kor_glXCreateNewContext(second, config("double1"), GLX_RGBA_TYPE, nullptr, True);
+    ASSERT_TRUE(kor_glXMakeCurrent(second, window, context));
+    kor_glXMakeCurrent(second, None, nullptr);
+    kor_glXDestroyContext(second, context);
+    ASSERT_TRUE(findWindowRecord(window, second));
+    EXPECT_TRUE(logged(closed(endThread().local)));
 }
 
 TEST_F(DisplayPairing, AContextKeepsTheLocalConnection) {
@@ -173,6 +254,25 @@ TEST_F(DisplayPairing, AWindowsRecordKeepsTheLocalConnection) {
     kor_glXDestroyContext(app, context);
     for (const std::string& text : logTexts())
         EXPECT_EQ(text.find(unset), std::string::npos) << text;
+}
+
+TEST_F(DisplayPairing, TheApplicationsConnectionIsLeftToTheApplication) {
+    start();
+    const Window window = makeWindow(20, 20);
+    const unsigned long before = NextRequest(app);
+    ASSERT_TRUE(_setupAppDisplay(app, nullptr));
+    ASSERT_NE(local(), nullptr);
+    EXPECT_EQ(NextRequest(app), before);
+
+    ASSERT_TRUE(kor_glXMakeCurrent(app, window, makeContext("ctx")));
+    const kor::gl::DrawableRef record = findWindowRecord(window, app);
+    ASSERT_TRUE(record);
+    resizeWindow(window, 30, 20);
+    const unsigned long made = NextRequest(app);
+    bool resized = false;
+    EXPECT_TRUE(record->updateWindowInfo(&resized, nullptr, nullptr));
+    EXPECT_TRUE(resized);
+    EXPECT_EQ(NextRequest(app), made);
 }
 
 TEST_F(DisplayPairing, AServerThatIsGoneCannotBeReachedASecondTime) {

@@ -4,7 +4,9 @@
 
 #include "display/kor_ext.h"
 
+#include <atomic>
 #include <cstdlib>
+#include <thread>
 
 namespace {
 
@@ -93,4 +95,26 @@ TEST_F(Extension, AServerWithoutAGpuDisplayFailsAndLeavesTheNameAlone) {
     // The connection is in step afterwards.
     EXPECT_TRUE(XKorExtGetWindowInfo(app, codes, DefaultRootWindow(app), &visible, &visual, rect));
     EXPECT_EQ(rect[2], DisplayWidth(app, 0));
+}
+
+TEST_F(Extension, ThreadsOnOneConnectionEachGetTheirOwnAnswer) {
+    std::atomic<int> begun{0};
+    const auto ask = [&](Window window, int width) {
+        ++begun;
+        while (begun < 2) // so that they ask at the same time
+            std::this_thread::yield();
+        int own = 0;
+        for (int i = 0; i < 500; ++i) {
+            int id = 0;
+            int place[4] = {};
+            if (XKorExtGetWindowInfo(app, codes, window, nullptr, &id, place) && place[2] == width)
+                ++own;
+        }
+        EXPECT_EQ(own, 500) << width;
+    };
+    const Window first = makeWindow(31, 20);
+    const Window second = makeWindow(57, 20);
+    std::thread other([&] { ask(second, 57); });
+    ask(first, 31);
+    other.join();
 }

@@ -2,6 +2,7 @@
 
 #include "fixture.h"
 
+#include "config/settings.h"
 #include "core/process_claim.h"
 #include "core/system_gl.h"
 #include "core/tsd.h"
@@ -10,11 +11,14 @@
 #include <chrono>
 #include <climits>
 #include <cstring>
+#include <dlfcn.h>
 #include <fstream>
 #include <pthread.h>
 #include <regex>
 #include <sys/time.h>
+#include <sys/wait.h>
 #include <thread>
+#include <type_traits>
 
 using testing::Contains;
 using testing::ElementsAre;
@@ -22,6 +26,9 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 using testing::StartsWith;
+
+static_assert(std::is_polymorphic_v<kor::gl::TSD>);
+static_assert(std::has_virtual_destructor_v<kor::gl::TSD>);
 
 namespace {
 
@@ -49,6 +56,26 @@ TEST_F(Startup, InitLogsItsWholeStory) {
                 ElementsAre("D void kor_init(void*): START", "I void kor_init(void*): " + banner,
                             "I void kor_init(void*): Application executable " + firstArgument(),
                             "D void kor_init(void*): DONE"));
+}
+
+TEST_F(Startup, OfTheExecutablesName1023CharactersAreLogged) {
+    const std::string name = firstArgument();
+    if (name.size() < 1500) { // this test once more, under a name that is long enough
+        const pid_t child = fork();
+        if (child == 0) {
+            const std::string longName(1500, 'n');
+            execl("/proc/self/exe", longName.c_str(),
+                  "--gtest_filter=Startup.OfTheExecutablesName1023CharactersAreLogged",
+                  "--gtest_brief=1", nullptr);
+            _exit(127);
+        }
+        int status = 0;
+        ASSERT_EQ(waitpid(child, &status, 0), child);
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+        return;
+    }
+    start();
+    EXPECT_TRUE(logged("I void kor_init(void*): Application executable " + name.substr(0, 1023)));
 }
 
 TEST_F(Startup, RecordsCarryStampProcessThreadAndTag) {
@@ -79,11 +106,16 @@ TEST_F(Startup, ASecondInitChangesNothing) {
                                         "D void kor_init(void*): already done"));
 }
 
-TEST_F(Startup, EverySystemFunctionIsFound) {
-    start();
-#define KOR_SYSTEM(name) EXPECT_NE(system_##name, nullptr) << #name;
+TEST_F(Startup, EverySystemFunctionIsTheHandlesAndWasNullBefore) {
+#define KOR_SYSTEM(name) EXPECT_EQ(system_##name, nullptr) << #name;
 #define KOR_SYSTEM_AS(name, reported) KOR_SYSTEM(name)
 #define KOR_SYSTEM_OPTIONAL(name) KOR_SYSTEM(name)
+#include "core/system_functions.def"
+#undef KOR_SYSTEM
+    start();
+#define KOR_SYSTEM(name)                                                                           \
+    EXPECT_NE(system_##name, nullptr) << #name;                                                    \
+    EXPECT_EQ(reinterpret_cast<void*>(system_##name), dlsym(handle, #name)) << #name;
 #include "core/system_functions.def"
 #undef KOR_SYSTEM
 #undef KOR_SYSTEM_AS
@@ -97,6 +129,17 @@ TEST_F(Startup, AMissingFunctionIsReportedOnceAndOnStderr) {
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "ERROR: system_glXJoinSwapGroupNV is NULL\n");
     EXPECT_EQ(system_glXJoinSwapGroupNV, nullptr);
     EXPECT_EQ(timesLogged("E void setup_sysgl(void*): system_glXJoinSwapGroupNV is NULL"), 1U);
+}
+
+TEST_F(Startup, AMissingFunctionIsNotAskedOfTheDriverEither) {
+    gl.answer("glXGetProcAddress", 0x1230);
+    gl.answer("glXGetProcAddressARB", 0x1230);
+    gl.lack("glXJoinSwapGroupNV");
+    testing::internal::CaptureStderr();
+    start();
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "ERROR: system_glXJoinSwapGroupNV is NULL\n");
+    EXPECT_EQ(system_glXJoinSwapGroupNV, nullptr);
+    EXPECT_THAT(fake::texts(gl.calls()), IsEmpty());
 }
 
 TEST_F(Startup, AMissingRenderModeIsReportedUnderItsOddName) {
@@ -158,6 +201,13 @@ TEST_F(Startup, ANullHandleIsLookedUpAsItIs) {
     EXPECT_THAT(testing::internal::GetCapturedStderr(),
                 HasSubstr("ERROR: system_glXSwapBuffers is NULL\n"));
     EXPECT_EQ(log().back().text(), "D void kor_init(void*): DONE");
+}
+
+TEST_F(Startup, ANullHandleFindsWhatTheProcessHasLoadedForAll) {
+    ASSERT_NE(dlopen(KOR_FAKE_GL_PATH, RTLD_NOW | RTLD_GLOBAL), nullptr);
+    kor_init(nullptr);
+    ASSERT_NE(system_glXSwapBuffers, nullptr);
+    EXPECT_EQ(reinterpret_cast<void*>(system_glXSwapBuffers), dlsym(handle, "glXSwapBuffers"));
 }
 
 TEST_F(Startup, ASingleThreadedDriverEndsTheProcessEvenWhenTheVariableIsEmpty) {
@@ -276,6 +326,7 @@ TEST_F(Startup, FiniStopsThePainterAndTakesTheRecordsAway) {
     EXPECT_EQ(getTSD(), nullptr);
     EXPECT_EQ(kor_glXGetCurrentContext(), nullptr);
     EXPECT_NE(system_glXSwapBuffers, nullptr);
+    EXPECT_STREQ(kor::conf::settings().directory, directory.c_str());
 }
 
 TEST_F(Startup, FiniWithoutInitStillStopsThePainter) {

@@ -12,6 +12,7 @@
 namespace kor::test {
 
 std::string systemFolder;
+std::vector<std::string> accessed;
 std::string uptimeFile;
 std::optional<std::string> executableLink;
 int failingAllocations;
@@ -36,6 +37,7 @@ extern "C" {
 
 int __real_access(const char*, int);
 int __wrap_access(const char* name, int mode) {
+    accessed.emplace_back(name);
     return __real_access(redirected(name).c_str(), mode);
 }
 

@@ -5,11 +5,14 @@
 #include <optional>
 #include <string>
 #include <sys/time.h>
+#include <vector>
 
 namespace kor::test {
 
 /// Stands in for /etc/kor; empty: the real one.
 extern std::string systemFolder;
+/// What access was asked about, as asked.
+extern std::vector<std::string> accessed;
 /// Opened in place of /proc/uptime; empty: the real one.
 extern std::string uptimeFile;
 /// The text of /proc/self/exe instead of the real one; "!" is a link that cannot be read.

@@ -1,6 +1,7 @@
 #include "support/log.h"
 
 #include "../support/log_lines.h"
+#include "config/settings.h"
 #include "in_child.h"
 #include "sandbox.h"
 
@@ -93,6 +94,22 @@ TEST_F(LogFile, IsAppendedTo) {
     });
     const std::string text = sandbox.read("logs/" + named("20330518-031640.app", child));
     EXPECT_THAT(text, testing::ContainsRegex("first\n.*second\n"));
+}
+
+TEST_F(LogFile, StaysTheSameWhenTheSettingsAreReloadedWithAnotherFolder) {
+    std::filesystem::create_directory(sandbox.path("others"));
+    const ChildResult child = inChild([this] {
+        kor_printlog("KORGL", 1, "ERROR", "f", false, "first");
+        sandbox.set("KOR_GL_LOG_DIR", sandbox.path("others"));
+        kor::conf::Settings::reload();
+        kor_printlog("KORGL", 1, "ERROR", "f", false, "second");
+        return std::string(kor::conf::settings().directory) == sandbox.path("others") ? 0 : 1;
+    });
+    EXPECT_EQ(child.status, 0);
+    EXPECT_EQ(child.errors, "");
+    EXPECT_THAT(sandbox.read("logs/" + named("20330518-031640.app", child)),
+                testing::ContainsRegex("first\n.*second\n"));
+    EXPECT_TRUE(std::filesystem::is_empty(sandbox.path("others")));
 }
 
 TEST_F(LogFile, HasEveryRecordAtOnceAndTheStreamStaysOpenAfterClosingTheLog) {
@@ -210,6 +227,17 @@ TEST_F(LogFile, WithBadUptimeDataWarnsAndHasNoBootTimeInItsName) {
         EXPECT_EQ(child.errors, "WARNING: Bad data in /proc/uptime file") << content;
         EXPECT_THAT(files(), testing::Contains(named("app", child))) << content;
     }
+}
+
+TEST_F(LogFile, ReadsTheFirst1023BytesOfTheUptime) {
+    const std::string first = "1000.50" + std::string(1022 - 7, ' '); // 1022 bytes
+    kor::test::uptimeFile = sandbox.write("uptime", first + "7");
+    ChildResult child = logOnce();
+    EXPECT_EQ(child.errors, "");
+    EXPECT_THAT(files(), ElementsAre(named("20330518-031640.app", child)));
+    kor::test::uptimeFile = sandbox.write("uptime", first + " 7");
+    child = logOnce();
+    EXPECT_EQ(child.errors, "WARNING: Bad data in /proc/uptime file");
 }
 
 TEST_F(LogFile, ReadsTheUptimeWithADecimalPointInALocaleThatHasAComma) {

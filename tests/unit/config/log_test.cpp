@@ -178,6 +178,34 @@ TEST_F(LogTest, AnEchoGoesToStderrWhenTheRecordsGoToAFile) {
     EXPECT_EQ(child.errors, "ERROR: m\n");
 }
 
+TEST_F(LogTest, TheWordIsTheCallersWhateverTheLevel) {
+    const auto child = inChild([] {
+        kor_printlog("KORGL", 1, "NOTICE", "f", true, "m");
+        return 0;
+    });
+    const auto all = lines(child.errors);
+    ASSERT_EQ(all.size(), 2U);
+    EXPECT_EQ(all[0], "NOTICE: m");
+    EXPECT_THAT(all[1], testing::StartsWith("N "));
+}
+
+TEST_F(LogTest, WritesThatFailAreIgnored) {
+    const auto child = inChild([] {
+        const int full = open("/dev/full", O_WRONLY);
+        const int errors = dup(STDERR_FILENO);
+        dup2(full, STDERR_FILENO);
+        kor_printlog("KORGL", 1, "ERROR", "f", true, "lost");
+        dup2(errors, STDERR_FILENO);
+        kor_printlog("KORGL", 1, "ERROR", "f", true, "written");
+        return full < 0 ? 1 : 0;
+    });
+    EXPECT_EQ(child.status, 0);
+    const auto all = lines(child.errors);
+    ASSERT_EQ(all.size(), 2U);
+    EXPECT_EQ(all[0], "ERROR: written");
+    EXPECT_EQ(parseLogLine(all[1]).message, "written");
+}
+
 TEST_F(LogTest, HeaderMessageAndNewlineAreThreeWrites) {
     int ends[2];
     ASSERT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends), 0); // keeps writes apart

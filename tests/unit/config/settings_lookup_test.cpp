@@ -393,6 +393,15 @@ TEST_F(Lookup, TheAdministratorsFileIsLookedForInTheWorkingDirectoryOnly) {
     EXPECT_EQ(Read().number(), 3);
 }
 
+TEST_F(Lookup, TheFilesAreSoughtInTheOrderAdministratorUserSystem) {
+    kor::test::accessed.clear();
+    const kor::Settings settings("kor-gl.conf");
+    EXPECT_THAT(kor::test::accessed,
+                testing::ElementsAre("kor-gl.conf.admin",
+                                     sandbox.path("home/.config/kor/kor-gl.conf"),
+                                     "/etc/kor/kor-gl.conf"));
+}
+
 TEST_F(Lookup, TheFilesAreThoseThatExistedAtConstruction) {
     Read settings;
     sandbox.writeUser(withKey("7"));

@@ -190,6 +190,22 @@ TEST_F(IniFileTest, SetValueWithoutOverwritingLeavesWhatIsThere) {
     EXPECT_STREQ(file.getValue("a", "x"), "1");
 }
 
+TEST_F(IniFileTest, GetValueGivesTheStoredTextAndNoCopy) {
+    const IniFile file(write("[a]\nx=1\n").c_str(), true);
+    const char* value = file.getValue("a", "x");
+    ASSERT_NE(value, nullptr);
+    EXPECT_EQ(file.getValue("A", "X"), value);
+}
+
+TEST_F(IniFileTest, ColonsBetweenSectionAndNameMayBelongToEither) {
+    IniFile file(nullptr, false);
+    EXPECT_TRUE(file.setValue("a::b", "c", "1", false));
+    EXPECT_STREQ(file.getValue("a", "b::c"), "1");
+    const std::string name = write("");
+    EXPECT_TRUE(file.write(name.c_str()));
+    EXPECT_EQ(directory.read("file.ini"), "[A]\nB::C = 1\n\n");
+}
+
 TEST_F(IniFileTest, SetValueTakesItsOwnValue) {
     IniFile file(nullptr, false);
     file.setValue("a", "x", "a rather long value that no small buffer holds", false);

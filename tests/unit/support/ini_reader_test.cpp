@@ -131,6 +131,7 @@ INSTANTIATE_TEST_SUITE_P(
                     BadCase{
                         "NoSeparatorAfterGoodLines", "[a]\nx=1\n\n#\nname\ny=2\n", 5, {"a|x|1"}},
                     BadCase{"TheSeparatorOnlyInTheComment", "name ; x=1\n", 1, {}},
+                    BadCase{"TheColonOnlyInTheComment", "name ; x:1\n", 1, {}},
                     BadCase{"ASectionWithoutBracket", "[a\nx=1\n", 1, {}},
                     BadCase{"ASectionWhoseBracketIsInTheComment", "[a ;b]\n", 1, {}}),
     [](const auto& info) { return info.param.name; });

@@ -1,6 +1,7 @@
 #include "support/singleton.h"
 
 #include <atomic>
+#include <cstdlib>
 #include <gtest/gtest.h>
 #include <thread>
 #include <unistd.h>
@@ -14,6 +15,11 @@ struct Slow : kor::Singleton<Slow> {
         usleep(20000);
         ++made;
     }
+};
+
+/// Its end would end the process.
+struct Lasting : kor::Singleton<Lasting> {
+    ~Lasting() { _exit(9); }
 };
 
 struct First : kor::Singleton<First> {};
@@ -38,4 +44,13 @@ TEST(Singleton, IsMadeOnceHoweverManyThreadsAskAtTheSameTime) {
 TEST(Singleton, IsOnePerType) {
     EXPECT_EQ(First::instance(), First::instance());
     EXPECT_NE(static_cast<void*>(First::instance()), static_cast<void*>(Second::instance()));
+}
+
+TEST(Singleton, IsNeverDestroyed) {
+    const auto makeAndExit = [] {
+        if (Lasting::instance() == nullptr)
+            _exit(8);
+        exit(0);
+    };
+    EXPECT_EXIT(makeAndExit(), testing::ExitedWithCode(0), "");
 }

@@ -3,6 +3,7 @@
 
 #include "lock_trace.h"
 
+#include "display/connections.h"
 #include "display/displays.h"
 
 #include <algorithm>
@@ -312,4 +313,44 @@ TEST_F(FrameLocks, TheSetUpLockIsTakenBeforeThoseOfTheMapAndTheName) {
     ASSERT_NE(local(), nullptr);
     endTrace();
     EXPECT_THAT(takenWithNameless(gettid()), ElementsAre("A"));
+}
+
+TEST_F(FrameLocks, ConnectionsAreOpenedUnderTheSetUpLockAndUnderNoOther) {
+    kor_set_connection_hook([](Display* display, int /*role*/) {
+        static auto* mutex = new kor::Mutex; // on the heap like the library's: it gets a letter
+        const kor::Lock lock(*mutex);
+        return display;
+    });
+    start();
+    trace();
+    ASSERT_TRUE(_setupAppDisplay(app, nullptr));
+    endTrace();
+    kor_set_connection_hook(nullptr);
+    // Set-up; the hook, of the secondary connection; the map's first look, the name; the hook, of
+    // the local connection; the map's new entry.
+    EXPECT_THAT(takenWithNameless(gettid()),
+                ElementsAre("A", "B under A", "C under A", "D under A", "B under A", "C under A"));
+}
+
+TEST_F(FrameLocks, TheUnusedLocalConnectionIsClosedAfterALookIntoEachTable) {
+    set("KOR_GL_UNSET_LOCAL_DISPLAY", "1");
+    start();
+    ASSERT_TRUE(_setupAppDisplay(app, nullptr));
+    trace();
+    _unsetLocalDisplay(app);
+    endTrace();
+    // The map; who uses it; the entry goes, and then the connection.
+    EXPECT_THAT(takenWithNameless(gettid()),
+                ElementsAre("A", "contexts", "drawables", "A", "local display"));
+    trace();
+    _unsetLocalDisplay(app); // there is none any more
+    endTrace();
+    EXPECT_THAT(takenWithNameless(gettid()), ElementsAre("A"));
+
+    context = makeContext("ctx");
+    trace();
+    _unsetLocalDisplay(app);
+    endTrace();
+    EXPECT_THAT(takenWithNameless(gettid()), ElementsAre("A", "contexts", "drawables"));
+    EXPECT_EQ(sayings("_unsetLocalDisplay").size(), 1U);
 }

@@ -297,6 +297,12 @@ int __wrap_shmctl(int segment, int command, shmid_ds* state) {
     return __real_shmctl(segment, command, state);
 }
 
+void* __real_dlsym(void*, const char*);
+void* __wrap_dlsym(void* handle, const char* name) {
+    note(text("dlsym", name));
+    return __real_dlsym(handle, name);
+}
+
 int __real_gettimeofday(timeval*, void*);
 int __wrap_gettimeofday(timeval* now, void* zone) {
     const int64_t fixed = timeOfDay;

@@ -10,8 +10,12 @@
 #include <X11/Xlib.h>
 #include <X11/Xproto.h>
 #include <algorithm>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
+#include <future>
+#include <memory>
+#include <thread>
 
 using testing::ElementsAre;
 
@@ -21,6 +25,23 @@ using Bytes = std::vector<uint8_t>;
 
 int errorsHandled = 0;
 bool connectionBroken = false;
+
+int afterCalls = 0;
+int afterCallsLocked = 0;
+
+/// Xlib's after-function: another thread must be able to take the connection's lock by now.
+int countAfterCall(Display* display) {
+    const auto passed = std::make_shared<std::promise<void>>();
+    std::future<void> future = passed->get_future();
+    std::thread([display, passed] {
+        XFlush(display);
+        passed->set_value();
+    }).detach();
+    ++afterCalls;
+    if (future.wait_for(std::chrono::seconds(10)) != std::future_status::ready)
+        ++afterCallsLocked;
+    return 0;
+}
 
 void put32(Bytes& bytes, size_t offset, uint32_t value) {
     memcpy(&bytes[offset], &value, sizeof value);
@@ -71,6 +92,7 @@ Bytes errorReply(uint8_t code) {
 class KorV1Replies : public Library {
   protected:
     KorV1Replies() {
+        XInitThreads();
         XSetErrorHandler(
             [](Display* /*display*/, XErrorEvent* /*event*/) { return ++errorsHandled; });
         XSetIOErrorHandler([](Display* /*display*/) { return 0; });
@@ -267,6 +289,47 @@ TEST_F(KorV1Replies, WithoutMemoryForTheNameItIsAFailure) {
     kor::test::failingAllocation = 0;
     expectNoAnswer();
     expectInStep();
+}
+
+TEST_F(KorV1Replies, EveryExchangeEndsUnlockedAndWithOneCallOfTheAfterFunction) {
+    const std::string name777(777, 'n');
+    const struct {
+        const char* name;
+        Bytes answer;
+        Bool window; // what the two requests give for it
+        Bool display;
+    } exchanges[] = {
+        {"a window, or a name of no letters", windowReply(1, 0, 0, 0, 0, 0, 1), 1, 1},
+        {"a name", displayReply(1, ":7"), 1, 1},
+        {"an error", errorReply(BadWindow), 0, 0},
+        {"a name longer than its reply", displayReply(1, 1000, 1, "nnnn"), 1, 0},
+        {"a name without memory", displayReply(1, name777), 1, 0},
+    };
+    kor::test::failingAllocation = name777.size() + 1;
+    for (const auto& exchange : exchanges) {
+        server.setAnswer(exchange.answer);
+        XSync(display, False);
+        XSetAfterFunction(display, countAfterCall);
+        afterCalls = 0;
+        EXPECT_EQ(askWindow(), exchange.window) << exchange.name;
+        EXPECT_EQ(afterCalls, 1) << exchange.name;
+        EXPECT_EQ(askDisplay(), exchange.display) << exchange.name;
+        EXPECT_EQ(afterCalls, 2) << exchange.name;
+        XSetAfterFunction(display, nullptr);
+        if (name != untouched)
+            free(name);
+        name = untouched;
+    }
+    kor::test::failingAllocation = 0;
+    EXPECT_EQ(afterCallsLocked, 0);
+
+    XSetAfterFunction(display, countAfterCall);
+    afterCalls = 0;
+    EXPECT_FALSE(XKorExtGetWindowInfo(display, codes, 1, &visible, nullptr, rect));
+    EXPECT_FALSE(XKorExtGetWindowInfo(display, codes, 1, &visible, &visual, nullptr));
+    EXPECT_FALSE(XKorExtGetGLDisplay(display, codes, nullptr));
+    EXPECT_EQ(afterCalls, 0);
+    XSetAfterFunction(display, nullptr);
 }
 
 TEST_F(KorV1Replies, AConnectionThatClosesWithinAReplyIsAFailure) {

@@ -23,6 +23,10 @@ Host withManyAliases() {
     return host;
 }
 
+// The longest host name that the library's buffer holds, and one letter more.
+const std::string longName(255, 'h');
+const std::string longerName(256, 'h');
+
 const std::map<std::string, Host> hosts = {
     {"gpu", {"gpu.example", {"gpu", "renderer"}}},
     {"renderer", {"gpu.example", {}}},
@@ -35,6 +39,9 @@ const std::map<std::string, Host> hosts = {
     {"address 10.1.2.3", {"gpu.example", {}}},
     {"address 44.1.2.3", {"desk.example", {}}},
     {"10.1.2", {"desk.example", {}}},
+    {"1.2.3.4.5", {"desk.example", {}}},
+    {longName, {longName, {}}},
+    {longerName, {longerName, {}}},
     {"a.b.c.d", {"gpu.example", {}}},
     {"many", withManyAliases()},
     {"m15", {"m15", {}}},
@@ -113,12 +120,27 @@ const Row rows[] = {
      {"myself", "localhost", "myself", "me"}},
     {"AnEmptyHostIsNoOther", ":0", "gpu:0", false, {"localhost", "gpu", "me", "gpu"}},
     {"WithoutAHostNameAnEmptyHostIsNoOther", ":0", "me:0", false, {"localhost", "me"}, "", ""},
+    {"AHostNameOf255CharactersIsTaken",
+     ":0",
+     longName + ":0",
+     true,
+     {"localhost", longName},
+     "",
+     longName.c_str()},
+    {"AHostNameOf256CharactersIsNone",
+     ":0",
+     longerName + ":0",
+     false,
+     {"localhost", longerName},
+     "",
+     longerName.c_str()},
     {"AnEmptyHostAndAnotherDisplay", ":0", "localhost:0.0", false, {}},
 
     {"AnAddressIsLookedUpAsOne", "10.1.2.3:0", "gpu:0", true, {"address 10.1.2.3", "gpu"}},
     {"AnAddressAsTheSecond", "gpu:0", "10.1.2.3:0", true, {"gpu", "address 10.1.2.3"}},
     {"NumbersOfAnAddressOverflow", "300.1.2.3:0", "desk:0", true, {"address 44.1.2.3", "desk"}},
     {"TwoDotsAreNoAddress", "10.1.2:0", "desk:0", true, {"10.1.2", "desk"}},
+    {"FourDotsAreNoAddress", "1.2.3.4.5:0", "desk:0", true, {"1.2.3.4.5", "desk"}},
     {"LettersAreNoAddress", "a.b.c.d:0", "gpu:0", true, {"a.b.c.d", "gpu"}},
 
     {"AnUnknownFirstNameIsReported",

@@ -6,6 +6,7 @@
 
 #include "core/tsd.h"
 
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <new>
@@ -137,6 +138,19 @@ TEST_F(StartupOutput, OfASingleThreadedDriverEndsWithTheError) {
     EXPECT_NE(written.find("\nE May 18 03:33:20:000042 "), std::string::npos);
 }
 
+TEST_F(StartupOutput, ASingleThreadedDriverEndsTheProcessInOrderAndToldNotToUnload) {
+    set("__GL_SINGLE_THREADED", "1");
+    unsetenv("__GL_NO_DSO_FINALIZER");
+    const auto startWithHandler = [this] {
+        atexit([] {
+            const char* value = getenv("__GL_NO_DSO_FINALIZER");
+            fprintf(stderr, "%s\n", value != nullptr ? value : "unset");
+        });
+        start();
+    };
+    EXPECT_EXIT(startWithHandler(), testing::ExitedWithCode(1), "Unable to continue\n1\n$");
+}
+
 TEST_F(StartupOutput, OfExhaustedKeysHasTheFunctionThatMakesThem) {
     logToStderr("error");
     set("KOR_GL_VERBOSE", "1");
@@ -168,6 +182,24 @@ TEST_F(StartupOutput, OfFiniFramesThatOfThePainter) {
     const std::string end = record('D', fini, "START") + record('D', stop, "START") +
                             record('D', stop, "DONE") + record('D', fini, "DONE");
     EXPECT_EQ(mine, begin() + record('D', init, "DONE") + end);
+}
+
+TEST_F(StartupOutput, FiniStopsThePainterWhileThereAreStillRecords) {
+    static pid_t finisher = 0;
+    static size_t withRecord = 0;
+    static size_t withoutRecord = 0;
+    start();
+    ASSERT_NE(getTSD(), nullptr); // made here: the hook must not make it
+    finisher = gettid();
+    kor::test::afterLock = [](pthread_mutex_t* /*mutex*/) {
+        if (gettid() == finisher)
+            ++(getTSD() != nullptr ? withRecord : withoutRecord);
+    };
+    kor_fini();
+    kor::test::afterLock = nullptr;
+    EXPECT_GE(withRecord, 1U); // the lock of stopping itself
+    EXPECT_EQ(withoutRecord, 0U);
+    EXPECT_EQ(getTSD(), nullptr);
 }
 
 TEST_F(StartupOutput, AThreadRecordThatCannotBeKeptIsMadeAgainEachTime) {

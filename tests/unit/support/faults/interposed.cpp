@@ -17,6 +17,7 @@ Fault semInit, semDestroy, semWait, semPost, semTrywait, semTimedwait;
 Fault threadCreate, copyText, openFile;
 std::optional<timeval> timeOfDay;
 timespec lastDeadline;
+bool mutexHadAttributes, threadHadAttributes, semaphoreWasShared;
 std::optional<std::string> commandLineFile;
 std::optional<std::string> linkText;
 bool linkUnreadable;
@@ -38,6 +39,7 @@ extern "C" {
 
 int __real_pthread_mutex_init(pthread_mutex_t*, const pthread_mutexattr_t*);
 int __wrap_pthread_mutex_init(pthread_mutex_t* mutex, const pthread_mutexattr_t* attributes) {
+    mutexHadAttributes = attributes != nullptr;
     FAIL_WITH_CODE(mutexInit)
     return __real_pthread_mutex_init(mutex, attributes);
 }
@@ -62,6 +64,7 @@ int __wrap_pthread_mutex_unlock(pthread_mutex_t* mutex) {
 
 int __real_sem_init(sem_t*, int, unsigned);
 int __wrap_sem_init(sem_t* semaphore, int shared, unsigned value) {
+    semaphoreWasShared = shared != 0;
     FAIL_WITH_ERRNO(semInit)
     return __real_sem_init(semaphore, shared, value);
 }
@@ -100,6 +103,7 @@ int __wrap_sem_timedwait(sem_t* semaphore, const timespec* deadline) {
 int __real_pthread_create(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*);
 int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
                           void* (*start)(void*), void* argument) {
+    threadHadAttributes = attributes != nullptr;
     FAIL_WITH_CODE(threadCreate)
     return __real_pthread_create(thread, attributes, start, argument);
 }

@@ -39,6 +39,9 @@ extern Fault threadCreate, copyText, openFile;
 extern std::optional<timeval> timeOfDay;
 /// The deadline that sem_timedwait was given last.
 extern timespec lastDeadline;
+/// Whether what was made last was given attributes (mutexes, threads) or shared between processes
+/// (semaphores).
+extern bool mutexHadAttributes, threadHadAttributes, semaphoreWasShared;
 /// What fopen of /proc/self/cmdline yields instead.
 extern std::optional<std::string> commandLineFile;
 /// What readlink answers instead: its result, and the bytes that it stores.

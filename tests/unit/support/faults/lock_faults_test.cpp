@@ -290,6 +290,19 @@ void* resultOf(bool answer) {
 
 } // namespace
 
+TEST(LockAttributes, AreTheDefaults) {
+    mutexHadAttributes = threadHadAttributes = semaphoreWasShared = true;
+    const Mutex mutex;
+    EXPECT_FALSE(mutexHadAttributes);
+    const Semaphore semaphore(0);
+    EXPECT_FALSE(semaphoreWasShared);
+    Worker worker;
+    worker.mayEnd.V(here);
+    EXPECT_TRUE(worker.start(&worker, Worker::callback));
+    EXPECT_FALSE(threadHadAttributes);
+    worker.join();
+}
+
 TEST(ThreadFaults, AThreadThatCannotBeMadeIsToldAndTriedAgainByTheNextCall) {
     Worker worker;
     threadCreate.arm(EAGAIN);

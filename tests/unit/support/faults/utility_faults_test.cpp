@@ -94,6 +94,12 @@ TEST_F(ProcessExeFaults, TheTextEndsWhereTheLinkEnds) {
     EXPECT_STREQ(buffer, "/a");
 }
 
+TEST(CurrentTime, IsCutToWholeMilliseconds) {
+    timeOfDay = timeval{5, 999999};
+    EXPECT_EQ(korGetCurrentTime(), 5999U);
+    timeOfDay.reset();
+}
+
 TEST(IniReaderFaults, ANameThatCannotBeCopiedIsError5AndTheFileIsOpenedAllTheSame) {
     const TemporaryDirectory directory;
     const std::string file = directory.write("file.ini", "x=1\n");
