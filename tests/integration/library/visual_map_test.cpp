@@ -41,6 +41,32 @@ class VisualMap : public Displays {
         useScripts();
     }
 
+    /// The calls of the map's build that are made under other locks than theirs: the map's, and the
+    /// local display's for calls on that display.
+    std::vector<std::string> callsUnderOtherLocks() {
+        std::vector<std::string> unlocked;
+        gl.onCall("", [&](const fake::Call& call) {
+            const std::vector<std::string> held = heldLocks();
+            const bool onLocal = call.text.find("(local") != std::string::npos;
+            if (onLocal ? held != std::vector<std::string>{"visual map", "local display"}
+                        : held != std::vector<std::string>{"visual map"})
+                unlocked.push_back(call.text);
+        });
+        start();
+        _setupAppDisplay(app, nullptr);
+        gl.clearCalls();
+        lookUp(doubleVisual);
+        gl.onCall("", nullptr);
+        return unlocked;
+    }
+
+    size_t buildsBegun() const {
+        size_t builds = 0;
+        for (const std::string& text : logTexts())
+            builds += text.rfind(build + "obtained", 0) == 0 ? 1 : 0;
+        return builds;
+    }
+
     int bestWith(const char* setting) {
         set("KOR_GL_MULTISAMPLE", setting);
         start();
@@ -168,20 +194,7 @@ TEST_F(VisualMap, AVisualWithoutGlIsAskedNothingElse) {
 }
 
 TEST_F(VisualMap, BothDisplaysAreAskedForTheSameListAndOnlyTheLocalOneUnderItsLock) {
-    std::vector<std::string> locks;
-    std::vector<std::string> unlocked;
-    gl.onCall("", [&](const fake::Call& call) {
-        const std::vector<std::string> held = heldLocks();
-        const bool onLocal = call.text.find("(local") != std::string::npos;
-        if (onLocal ? held != std::vector<std::string>{"visual map", "local display"}
-                    : held != std::vector<std::string>{"visual map"})
-            unlocked.push_back(call.text);
-    });
-    start();
-    _setupAppDisplay(app, nullptr);
-    gl.clearCalls();
-    lookUp(doubleVisual);
-    EXPECT_THAT(unlocked, IsEmpty());
+    EXPECT_THAT(callsUnderOtherLocks(), IsEmpty());
     const auto choices = gl.callsOf("glXChooseFBConfig");
     ASSERT_EQ(choices.size(), 6U);
     EXPECT_EQ(choices[0].text.rfind("glXChooseFBConfig(app, 0, {", 0), 0U);
@@ -193,6 +206,17 @@ TEST_F(VisualMap, BothDisplaysAreAskedForTheSameListAndOnlyTheLocalOneUnderItsLo
                             GLX_GREEN_SIZE, 8, GLX_BLUE_SIZE, 8, GLX_ALPHA_SIZE, 0, GLX_DEPTH_SIZE,
                             24, GLX_STENCIL_SIZE, 8, GLX_ACCUM_RED_SIZE, 0, GLX_ACCUM_GREEN_SIZE, 0,
                             GLX_ACCUM_BLUE_SIZE, 0, GLX_ACCUM_ALPHA_SIZE, 0));
+}
+
+TEST_F(VisualMap, TheSamplesOfTheLocalDisplayAreAskedForUnderItsLock) {
+    offerSamples({0, 2, 4});
+    set("KOR_GL_MULTISAMPLE", "-1");
+    EXPECT_THAT(callsUnderOtherLocks(), IsEmpty());
+    size_t samplesAsked = 0;
+    for (const fake::Call& call : gl.callsOf("glXGetFBConfigAttrib"))
+        samplesAsked += call.arguments[2] == GLX_SAMPLES ? 1 : 0;
+    EXPECT_GE(samplesAsked, 3U);
+    EXPECT_TRUE(logged(build + "localDisplay supports multisampling"));
 }
 
 TEST_F(VisualMap, TheListHoldsTransparencyAndSamplesWhereTheVisualHasThem) {
@@ -287,11 +311,30 @@ TEST_F(VisualMap, AFailedBuildIsTriedAgain) {
     start();
     EXPECT_EQ(lookUp(doubleVisual), nullptr);
     EXPECT_EQ(lookUp(doubleVisual), nullptr);
-    size_t builds = 0;
-    for (const std::string& text : logTexts())
-        builds += text.rfind(build + "obtained", 0) == 0 ? 1 : 0;
-    EXPECT_EQ(builds, 2U);
+    EXPECT_EQ(buildsBegun(), 2U);
+    EXPECT_EQ(lookUp("double1"), nullptr);
     EXPECT_THAT(gl.callsOf("glXChooseFBConfig"), IsEmpty());
+    EXPECT_THAT(gl.callsOf("glXGetFBConfigAttrib"), IsEmpty());
+}
+
+TEST_F(VisualMap, ABuildForADisplayThatIsRefusedIsTriedAgain) {
+    set("KOR_GL_DISPLAY", appName.c_str());
+    start();
+    initializeVisualMap(app, DefaultScreen(app), nullptr);
+    initializeVisualMap(app, DefaultScreen(app), nullptr);
+    EXPECT_EQ(buildsBegun(), 2U);
+    EXPECT_THAT(kor::gl::getVisualMap(), IsEmpty());
+    EXPECT_THAT(gl.callsOf("glXChooseFBConfig"), IsEmpty());
+}
+
+TEST_F(VisualMap, AThreadWithoutARecordBuildsNothing) {
+    start();
+    kor_fini();
+    markLog();
+    initializeVisualMap(app, DefaultScreen(app), nullptr);
+    EXPECT_THAT(sayings("initializeVisualMap"), IsEmpty());
+    EXPECT_THAT(kor::gl::getVisualMap(), IsEmpty());
+    EXPECT_THAT(gl.calls(), IsEmpty());
 }
 
 TEST_F(VisualMap, AnFbconfigIsFoundByItsVisual) {
@@ -320,4 +363,25 @@ TEST_F(VisualMap, AForeignFbconfigHasNoMapping) {
     // The visual could not be asked for: the first search is left out without a word.
     for (const std::string& text : logTexts())
         EXPECT_EQ(text.find("Trying another way"), std::string::npos);
+}
+
+TEST_F(VisualMap, OfTwoMappingsOfOneLocalVisualTheFirstAnswers) {
+    appScript.visuals[lonelyVisual] = appScript.visuals[doubleVisual];
+    localScript.configs[1].attributes[GLX_VISUAL_ID] = 0x999; // found by the second search only
+    useScripts();
+    start();
+    const LocalVisualInfo* first = lookUp(doubleVisual);
+    const LocalVisualInfo* second = lookUp(lonelyVisual);
+    ASSERT_NE(second, nullptr);
+    ASSERT_EQ(first->localVisual.visualId, second->localVisual.visualId);
+    for (const char* name : {"double1", "double2"}) {
+        EXPECT_EQ(lookUp(name), first) << name;
+        int value = 0;
+        EXPECT_EQ(kor_glXGetFBConfigAttrib(app, config(name), GLX_VISUAL_ID, &value), 0);
+        EXPECT_EQ(static_cast<VisualID>(value), doubleVisual) << name;
+        XVisualInfo* visual = kor_glXGetVisualFromFBConfig(app, config(name));
+        ASSERT_NE(visual, nullptr);
+        EXPECT_EQ(visual->visualid, doubleVisual) << name;
+        XFree(visual);
+    }
 }

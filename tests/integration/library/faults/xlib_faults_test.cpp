@@ -11,6 +11,7 @@
 #include <X11/Xatom.h>
 #include <X11/Xutil.h>
 #include <thread>
+#include <utility>
 
 using testing::Contains;
 using testing::ElementsAre;
@@ -122,6 +123,43 @@ TEST_F(XlibFaults, AMappingWithoutAVisualIdIsAFailure) {
     EXPECT_EQ(kor_glXGetVisualFromFBConfig(app, config("double1")), nullptr);
     mapping->localVisual.visualId = own;
     EXPECT_EQ(sayings("kor_glXGetVisualFromFBConfig").back(), "FAILURE!");
+    markLog();
+    mapping->appVisual.visualId = 0;
+    EXPECT_EQ(kor_glXGetVisualFromFBConfig(app, config("double1")), nullptr);
+    mapping->appVisual.visualId = static_cast<int32_t>(doubleVisual);
+    EXPECT_EQ(sayings("kor_glXGetVisualFromFBConfig").back(), "FAILURE!");
+}
+
+TEST_F(XlibFaults, AVisualIdIsNotTranslatedByMappingsWithoutIdOrFbconfigs) {
+    localScript.configs[1].attributes[GLX_VISUAL_ID] = 0x999; // found through the fbconfig itself
+    useScripts();
+    begin();
+    kor::gl::LocalVisualInfo* mapping = firstMapping();
+    const auto visualIdOf = [&](const char* name) {
+        int value = 0;
+        EXPECT_EQ(kor_glXGetFBConfigAttrib(app, config(name), GLX_VISUAL_ID, &value), 0);
+        return static_cast<VisualID>(value);
+    };
+    EXPECT_EQ(visualIdOf("double2"), doubleVisual);
+    mapping->appVisual.visualId = 0;
+    EXPECT_EQ(visualIdOf("double2"), 0x999U);
+    mapping->appVisual.visualId = static_cast<int32_t>(doubleVisual);
+    const int count = std::exchange(mapping->numLocalFbconfigs, 0);
+    EXPECT_EQ(visualIdOf("double2"), 0x999U);
+    mapping->numLocalFbconfigs = count;
+    EXPECT_EQ(timesSaid('D', "kor_glXGetFBConfigAttrib",
+                        "GLX_VISUAL_ID FAILED for visual id 2457"),
+              2U);
+}
+
+TEST_F(XlibFaults, TheResultOfAVisualIdQueryIsTheDrivers) {
+    begin();
+    int value = 7;
+    gl.answer("glXGetFBConfigAttrib", GLX_BAD_VALUE);
+    EXPECT_EQ(kor_glXGetFBConfigAttrib(app, config("double1"), GLX_VISUAL_ID, &value),
+              GLX_BAD_VALUE);
+    gl.succeed("glXGetFBConfigAttrib");
+    EXPECT_EQ(kor_glXGetFBConfigAttrib(app, config("double1"), GLX_VISUAL_ID, &value), 0);
 }
 
 TEST_F(XlibFaults, WithoutMemoryForTheirArrayThereAreNoFbconfigs) {
