@@ -155,6 +155,9 @@ TEST_F(Drawables, AWindowOfAnUnpairedVisualHasNoRecord) {
     EXPECT_TRUE(
         said('D', "getDrawableInfo", format("no lvi for %x", static_cast<unsigned>(lonelyVisual))));
     EXPECT_EQ(registered(), 0U);
+    // The half-built record is not freed either.
+    for (const std::string& text : logTexts())
+        EXPECT_EQ(text.find("Destroying DrawableInfo"), std::string::npos);
 }
 
 TEST_F(Drawables, TheSameFbconfigFindsTheRecordAgain) {

@@ -4,6 +4,8 @@
 
 #include "drawable/registry.h"
 
+#include <thread>
+
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
@@ -96,41 +98,17 @@ TEST_F(GlxDrawables, AnSgixPbufferIsNeverForced) {
     const GLXPbuffer pbuffer = kor_glXCreateGLXPbufferSGIX(app, config("double2"), 30, 20, nullptr);
     EXPECT_EQ(gl.callsOf("glXCreateGLXPbufferSGIX").back().text,
               "glXCreateGLXPbufferSGIX(local, double2, 30, 20, null)");
-    EXPECT_TRUE(findLocalDrawable(pbuffer));
+    const kor::gl::DrawableRef record = findLocalDrawable(pbuffer);
+    ASSERT_TRUE(record);
+    EXPECT_EQ(record->type, kor::gl::PbufferDrawable);
+    EXPECT_EQ(record->localDrawable.load(), pbuffer);
+    EXPECT_EQ(record->fbconfig, config("double2"));
+    EXPECT_EQ(record->visualInfo, _getLVI(app, doubleVisual, nullptr));
+    EXPECT_THAT(geometryOf(pbuffer), ElementsAre(0, 0, 100, 100));
     EXPECT_THAT(sayings("kor_glXCreateGLXPbufferSGIX"), ElementsAre("fbconfig b20"));
-}
-
-TEST_F(GlxDrawables, APbufferThatTheDriverRefusesStillHasARecord) {
-    start();
-    gl.fail("glXCreatePbuffer");
-    EXPECT_EQ(kor_glXCreatePbuffer(app, config("double1"), nullptr), None);
-    EXPECT_TRUE(findLocalDrawable(None));
-}
-
-TEST_F(GlxDrawables, WithoutAMappingNothingIsMade) {
-    start();
-    auto foreign = reinterpret_cast<GLXFBConfig>(0x7770);
-    EXPECT_EQ(kor_glXCreatePbuffer(app, foreign, nullptr), None);
-    EXPECT_TRUE(said('D', "kor_glXCreatePbuffer", "no lvi."));
-    EXPECT_EQ(kor_glXCreateGLXPbufferSGIX(app, foreign, 1, 1, nullptr), None);
-    EXPECT_TRUE(said('D', "kor_glXCreateGLXPbufferSGIX", "no lvi."));
-    EXPECT_EQ(kor_glXCreatePixmap(app, foreign, makePixmap(8, 8), nullptr), None);
-    EXPECT_TRUE(said('D', "kor_glXCreatePixmap", "no lvi."));
-    XVisualInfo visual = visualInfo(lonelyVisual);
-    EXPECT_EQ(kor_glXCreateGLXPixmap(app, &visual, makePixmap(8, 8)), None);
-    EXPECT_TRUE(said('D', "kor_glXCreateGLXPixmap", "FAILED for no lvi."));
-}
-
-TEST_F(GlxDrawables, WithoutALocalDisplayNothingIsMadeWithoutAWord) {
-    set("KOR_GL_DISPLAY", ":4711");
-    start();
-    EXPECT_EQ(kor_glXCreatePbuffer(app, config("double1"), nullptr), None);
-    EXPECT_EQ(kor_glXCreatePixmap(app, config("double1"), makePixmap(8, 8), nullptr), None);
-    EXPECT_FALSE(said('D', "kor_glXCreatePbuffer", "no local display"));
-    EXPECT_FALSE(said('D', "kor_glXCreatePixmap", "no local display"));
-    unsigned value = 7;
-    EXPECT_EQ(kor_glXQueryGLXPbufferSGIX(app, 5, GLX_WIDTH, &value), 0);
-    EXPECT_EQ(value, 0U);
+    int list[] = {GLX_PRESERVED_CONTENTS, 1, None};
+    kor_glXCreateGLXPbufferSGIX(app, config("double2"), 30, 20, list);
+    EXPECT_EQ(gl.callsOf("glXCreateGLXPbufferSGIX").back().arguments[4], fake::word(&list[0]));
 }
 
 TEST_F(GlxDrawables, APixmapIsBackedByALocalPixmapOfItsSize) {
@@ -144,6 +122,9 @@ TEST_F(GlxDrawables, APixmapIsBackedByALocalPixmapOfItsSize) {
     EXPECT_EQ(record->appPixmap, pixmap);
     EXPECT_EQ(record->localDrawable.load(), drawable);
     EXPECT_EQ(record->fbconfig, config("double2"));
+    EXPECT_EQ(record->visualInfo, _getLVI(app, doubleVisual, nullptr));
+    EXPECT_THAT(sayings("kor_glXCreatePixmap"),
+                ElementsAre("fbconfig b20", "forcing fbconfig b10"));
     EXPECT_THAT(geometryOf(drawable), ElementsAre(0, 0, 33, 22));
     const fake::Call call = gl.callsOf("glXCreatePixmap").back();
     EXPECT_EQ(call.arguments[1], fake::word(config("double1")));
@@ -161,6 +142,14 @@ TEST_F(GlxDrawables, APixmapIsBackedByALocalPixmapOfItsSize) {
     EXPECT_EQ(width, 33U);
     EXPECT_EQ(height, 22U);
     EXPECT_EQ(depth, 24U);
+}
+
+TEST_F(GlxDrawables, APixmapTakesTheApplicationsFbconfigWhenTheSettingSaysSo) {
+    set("KOR_GL_FORCE_BEST_FBCONFIG", "0");
+    start();
+    kor_glXCreatePixmap(app, config("double2"), makePixmap(8, 8), nullptr);
+    EXPECT_EQ(gl.callsOf("glXCreatePixmap").back().arguments[1], fake::word(config("double2")));
+    EXPECT_THAT(sayings("kor_glXCreatePixmap"), ElementsAre("fbconfig b20"));
 }
 
 TEST_F(GlxDrawables, TheLocalPixmapOutlivesTheGlxPixmap) {
@@ -197,6 +186,18 @@ TEST_F(GlxDrawables, AllPixmapsShareOneHiddenParent) {
     XQueryTree(local(), DefaultRootWindow(local()), &root, &parent, &children, &after);
     EXPECT_EQ(after, before);
     XFree(children);
+    // The local connection of another application display uses the same one.
+    std::thread([&] {
+        Display* second = XOpenDisplay(appName.c_str());
+        ASSERT_NE(second, nullptr);
+        const Pixmap pixmap = XCreatePixmap(second, DefaultRootWindow(second), 8, 8, 24);
+        const GLXPixmap drawable = kor_glXCreatePixmap(second, config("double1"), pixmap, nullptr);
+        EXPECT_TRUE(findLocalDrawable(drawable));
+        XSync(Displays::local(), False);
+    }).join();
+    XQueryTree(local(), DefaultRootWindow(local()), &root, &parent, &children, &after);
+    EXPECT_EQ(after, before);
+    XFree(children);
 }
 
 TEST_F(GlxDrawables, APixmapOfAVisualUsesTheBestFbconfigWhateverTheSetting) {
@@ -208,6 +209,7 @@ TEST_F(GlxDrawables, APixmapOfAVisualUsesTheBestFbconfigWhateverTheSetting) {
     EXPECT_EQ(call.arguments[1], fake::word(config("single")));
     EXPECT_EQ(call.arguments[3], 0U);
     EXPECT_EQ(findLocalDrawable(drawable)->fbconfig, config("single"));
+    EXPECT_EQ(findLocalDrawable(drawable)->visualInfo, _getLVI(app, singleVisual, nullptr));
     EXPECT_THAT(sayings("kor_glXCreateGLXPixmap"),
                 ElementsAre(format("visual id %x", static_cast<unsigned>(singleVisual))));
     EXPECT_THAT(gl.callsOf("glXCreateGLXPixmap"), IsEmpty());
@@ -281,17 +283,6 @@ TEST_F(GlxDrawables, TheAttributeAskedForIsLogged) {
     }
 }
 
-TEST_F(GlxDrawables, AQueryWithoutADisplayAnswersZero) {
-    start();
-    unsigned value = 7;
-    kor_glXQueryDrawable(nullptr, 5, GLX_WIDTH, &value);
-    EXPECT_EQ(value, 0U);
-    value = 7;
-    EXPECT_EQ(kor_glXQueryGLXPbufferSGIX(nullptr, 5, GLX_WIDTH, &value), 0);
-    EXPECT_EQ(value, 0U);
-    EXPECT_THAT(gl.calls(), IsEmpty());
-}
-
 TEST_F(GlxDrawables, TheSgixQueryKnowsPbuffersOnly) {
     start();
     unsigned value = 7;
@@ -301,8 +292,15 @@ TEST_F(GlxDrawables, TheSgixQueryKnowsPbuffersOnly) {
     EXPECT_EQ(value, 7U);
     const GLXPbuffer pbuffer = kor_glXCreatePbuffer(app, config("double1"), nullptr);
     gl.answer("glXQueryGLXPbufferSGIX", 11);
+    std::vector<std::string> held;
+    gl.onCall("glXQueryGLXPbufferSGIX", [&](const fake::Call&) { held = heldLocks(); });
     EXPECT_EQ(kor_glXQueryGLXPbufferSGIX(app, pbuffer, GLX_WIDTH, &value), 11);
-    EXPECT_THAT(gl.callsOf("glXQueryGLXPbufferSGIX"), SizeIs(1));
+    gl.onCall("glXQueryGLXPbufferSGIX", nullptr);
+    EXPECT_THAT(fake::texts(gl.callsOf("glXQueryGLXPbufferSGIX")),
+                ElementsAre(format("glXQueryGLXPbufferSGIX(local, %s, %d, out)",
+                                   gl.nameOf(pbuffer).c_str(), GLX_WIDTH)));
+    EXPECT_EQ(gl.callsOf("glXQueryGLXPbufferSGIX")[0].arguments[3], fake::word(&value));
+    EXPECT_THAT(held, ElementsAre("local display"));
 }
 
 TEST_F(GlxDrawables, DriverCallsHoldTheLocalDisplayLockAlone) {

@@ -113,6 +113,29 @@ TEST_F(MakeCurrent, AReleaseThatTheDriverRefusesIsNotedAllTheSame) {
     gl.fail("glXMakeCurrent");
     EXPECT_FALSE(kor_glXMakeCurrent(app, None, nullptr));
     EXPECT_EQ(kor_glXGetCurrentContext(), nullptr);
+    EXPECT_FALSE(isCurrent(context));
+    gl.succeed("glXMakeCurrent");
+    ASSERT_TRUE(kor_glXMakeCurrent(app, window, context));
+    gl.fail("glXMakeContextCurrent");
+    EXPECT_FALSE(kor_glXMakeContextCurrent(app, None, None, nullptr));
+    EXPECT_EQ(kor_glXGetCurrentContext(), nullptr);
+    EXPECT_EQ(kor_glXGetCurrentDrawable(), None);
+    EXPECT_EQ(kor_glXGetCurrentReadDrawable(), None);
+    EXPECT_FALSE(isCurrent(context));
+}
+
+TEST_F(MakeCurrent, AReleaseWithoutALocalDisplayIsNotNoted) {
+    set("KOR_GL_DISPLAY", ":4711");
+    start();
+    const auto foreign = reinterpret_cast<GLXContext>(0x5550);
+    getTSD()->currentContext = foreign;
+    EXPECT_FALSE(kor_glXMakeCurrent(app, None, nullptr));
+    EXPECT_EQ(sayings("kor_glXMakeCurrent").back(), "no local display");
+    EXPECT_FALSE(kor_glXMakeContextCurrent(app, None, None, nullptr));
+    EXPECT_EQ(sayings("kor_glXMakeContextCurrent").back(), "no local display");
+    EXPECT_EQ(getTSD()->currentContext, foreign);
+    EXPECT_THAT(gl.calls(), IsEmpty());
+    getTSD()->currentContext = nullptr;
 }
 
 TEST_F(MakeCurrent, ADriversRefusalLeavesTheThreadAsItWas) {
@@ -126,6 +149,28 @@ TEST_F(MakeCurrent, ADriversRefusalLeavesTheThreadAsItWas) {
     markLog();
     EXPECT_FALSE(kor_glXMakeContextCurrent(app, window, window, context));
     EXPECT_EQ(sayings("kor_glXMakeContextCurrent").size(), 1U); // silently
+}
+
+TEST_F(MakeCurrent, ADriversRefusalLeavesWhatWasCurrentBefore) {
+    begin();
+    const Window second = makeWindow(30, 30);
+    GLXContext other = makeContext("other");
+    const auto expectUnchanged = [&] {
+        EXPECT_EQ(kor_glXGetCurrentContext(), context);
+        EXPECT_EQ(kor_glXGetCurrentDrawable(), window);
+        EXPECT_EQ(kor_glXGetCurrentReadDrawable(), window);
+        EXPECT_EQ(kor_glXGetCurrentDisplay(), app);
+        EXPECT_TRUE(isCurrent(context));
+        EXPECT_FALSE(isCurrent(other));
+        EXPECT_EQ(findLocalDrawable(second)->lastContext.load(), nullptr);
+    };
+    ASSERT_TRUE(kor_glXMakeCurrent(app, window, context));
+    gl.fail("glXMakeCurrent");
+    EXPECT_FALSE(kor_glXMakeCurrent(app, second, other));
+    expectUnchanged();
+    gl.fail("glXMakeContextCurrent");
+    EXPECT_FALSE(kor_glXMakeContextCurrent(app, second, second, other));
+    expectUnchanged();
 }
 
 TEST_F(MakeCurrent, HalfAPairIsRefused) {
@@ -239,6 +284,25 @@ TEST_F(MakeCurrent, SwitchingFromAPbufferFlushesNothing) {
     EXPECT_TRUE(kor_glXMakeCurrent(app, window, context));
     EXPECT_FALSE(said('D', "kor_glXMakeCurrent", "flushing old context"));
     EXPECT_THAT(gl.callsOf("glFlush"), IsEmpty());
+}
+
+TEST_F(MakeCurrent, SwitchingFromAPixmapFlushesNothing) {
+    begin();
+    const Pixmap pixmap = XCreatePixmap(app, window, 16, 16, 24);
+    const GLXPixmap drawable = kor_glXCreatePixmap(app, config("double1"), pixmap, nullptr);
+    for (const bool withRead : {false, true}) {
+        ASSERT_TRUE(kor_glXMakeCurrent(app, drawable, context));
+        gl.clearCalls();
+        markLog();
+        EXPECT_TRUE(withRead ? kor_glXMakeContextCurrent(app, window, window, context)
+                             : kor_glXMakeCurrent(app, window, context));
+        for (const char* function : {"kor_glXMakeCurrent", "kor_glXMakeContextCurrent"}) {
+            EXPECT_FALSE(said('D', function, "flushing old context"));
+            EXPECT_FALSE(said('D', function, "flushing old drawable output"));
+        }
+        EXPECT_THAT(sayings("finishOrFlush"), IsEmpty());
+        EXPECT_THAT(gl.callsOf("glFlush"), IsEmpty());
+    }
 }
 
 TEST_F(MakeCurrent, ReadAndDrawDrawablesMayDiffer) {

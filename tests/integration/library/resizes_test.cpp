@@ -50,6 +50,62 @@ TEST_F(Resizes, AResizeOfTheCurrentWindowUnbindsAndBindsAgain) {
     EXPECT_EQ(texts[3], "glXMakeContextCurrent(local, " + fresh + ", " + fresh + ", ctx)");
 }
 
+TEST_F(Resizes, AWindowThatIsHiddenOrShownGetsAFreshPbuffer) {
+    begin(60, 40);
+    const auto setMapped = [&](bool mapped) {
+        if (mapped)
+            XMapWindow(app, window);
+        else
+            XUnmapWindow(app, window);
+        XSync(app, False);
+        gl.clearCalls();
+    };
+    for (const bool mapped : {false, true}) {
+        setMapped(mapped);
+        record()->checkForResize();
+        EXPECT_THAT(pbuffersMade(), ElementsAre("60x40")) << mapped;
+        gl.clearCalls();
+        record()->checkForResize();
+        EXPECT_THAT(pbuffersMade(), IsEmpty()) << mapped;
+    }
+    // Noticed by someone who does not ask about it, the change makes no pbuffer.
+    for (const bool mapped : {false, true}) {
+        setMapped(mapped);
+        ASSERT_TRUE(record()->updateWindowInfo(nullptr, nullptr, nullptr));
+        EXPECT_EQ(record()->isVisible(), mapped);
+        record()->checkForResize();
+        EXPECT_THAT(pbuffersMade(), IsEmpty()) << mapped;
+    }
+}
+
+TEST_F(Resizes, OfAWindowThatIsDrawnOnlyTheReadDrawableStays) {
+    begin(60, 40);
+    const Window other = makeWindow(30, 30);
+    ASSERT_TRUE(kor_glXMakeContextCurrent(app, window, other, context));
+    resizeWindow(window, 70, 30);
+    gl.clearCalls();
+    record()->checkForResize();
+    EXPECT_THAT(pbuffersMade(), ElementsAre("70x30"));
+    EXPECT_EQ(gl.calls().front().text, "glXMakeCurrent(local, 0, null)");
+    EXPECT_EQ(gl.calls().back().text, "glXMakeContextCurrent(local, " + pbuffer() + ", " +
+                                          gl.nameOf(findLocalDrawable(other)->localDrawable) +
+                                          ", ctx)");
+}
+
+TEST_F(Resizes, AWindowThatIsReadOnlyIsBoundForBoth) {
+    begin(60, 40);
+    const Window other = makeWindow(30, 30);
+    ASSERT_TRUE(kor_glXMakeContextCurrent(app, other, window, context));
+    resizeWindow(window, 70, 30);
+    gl.clearCalls();
+    record()->checkForResize();
+    EXPECT_THAT(pbuffersMade(), ElementsAre("70x30"));
+    EXPECT_EQ(gl.calls().front().text, "glXMakeCurrent(local, 0, null)");
+    // What was resized is drawn to from now on, until the application binds again.
+    EXPECT_EQ(gl.calls().back().text,
+              "glXMakeContextCurrent(local, " + pbuffer() + ", " + pbuffer() + ", ctx)");
+}
+
 TEST_F(Resizes, WithoutAReadDrawableAPlainMakeCurrentBindsAgain) {
     begin(60, 40);
     ASSERT_TRUE(kor_glXMakeContextCurrent(app, window, None, context));

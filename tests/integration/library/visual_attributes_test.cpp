@@ -196,9 +196,9 @@ TEST_F(VisualAttributes, TheListHoldsTheTransparentIndex) {
     lookUp(doubleVisual);
     const std::vector<int> words = list(0);
     ASSERT_EQ(words.size(), 36U);
-    EXPECT_THAT(std::vector<int>(words.begin() + 32, words.end()),
-                ElementsAre(GLX_TRANSPARENT_TYPE, GLX_TRANSPARENT_INDEX,
-                            GLX_TRANSPARENT_INDEX_VALUE, 77));
+    EXPECT_THAT(
+        std::vector<int>(words.begin() + 32, words.end()),
+        ElementsAre(GLX_TRANSPARENT_TYPE, GLX_TRANSPARENT_INDEX, GLX_TRANSPARENT_INDEX_VALUE, 77));
 }
 
 TEST_F(VisualAttributes, SamplesWithoutASampleBufferAreNotInTheList) {
@@ -218,11 +218,11 @@ TEST_F(VisualAttributes, SamplesWithoutASampleBufferAreNotInTheList) {
 TEST_F(VisualAttributes, GetConfigAnswersAndNamesEach) {
     offerStereo();
     supportMultisamplingEverywhere();
-    for (const auto& [id, localId] : {std::pair(doubleVisual, localDoubleVisual),
-                                      std::pair(singleVisual, localSingleVisual)}) {
+    for (const auto& [id, localId] :
+         {std::pair(doubleVisual, localDoubleVisual), std::pair(singleVisual, localSingleVisual)}) {
         appScript.visuals[id].attributes[GLX_STEREO] = 1;
-        localScript.visuals[localId].attributes = numbered(
-            20, id == doubleVisual ? GLX_TRANSPARENT_RGB : GLX_TRANSPARENT_INDEX);
+        localScript.visuals[localId].attributes =
+            numbered(20, id == doubleVisual ? GLX_TRANSPARENT_RGB : GLX_TRANSPARENT_INDEX);
     }
     useScripts();
     start();

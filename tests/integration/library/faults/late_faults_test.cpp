@@ -45,6 +45,34 @@ TEST_F(LateFaults, WithoutALocalConnectionOfItsOwnADisplaysWindowHasNoRecord) {
     kor::test::openDisplay.arm(0);
     EXPECT_TRUE(said('D', "getDrawableInfo", "creating throwaway ctx"));
     EXPECT_EQ(registered(), 1U);
+    // Tried when the thread was set up and for the spare context, and not once more to free the
+    // half-built record, which is left as it is.
+    EXPECT_EQ(timesSaid('E', "_getLocalDisplay",
+                        "Cannot open connection to local display " + localName + "."),
+              2U);
+    XCloseDisplay(other);
+}
+
+TEST_F(LateFaults, WithoutALocalConnectionOfItsOwnADisplayIsToldThatADrawableHasNothing) {
+    start();
+    const Window window = makeWindow(20, 20);
+    ASSERT_TRUE(kor_glXMakeCurrent(app, window, makeContext("ctx")));
+    const GLXPbuffer pbuffer = kor_glXCreatePbuffer(app, config("double1"), nullptr);
+    letPaintsArrive();
+    Display* other = XOpenDisplay(appName.c_str());
+    ASSERT_NE(other, nullptr);
+    kor_set_connection_hook(refuseAfterSecondary);
+    std::thread([&] {
+        for (const GLXDrawable drawable : {GLXDrawable{window}, GLXDrawable{pbuffer}}) {
+            unsigned value = 7;
+            kor_glXQueryDrawable(other, drawable, GLX_WIDTH, &value);
+            EXPECT_EQ(value, 0U);
+        }
+    }).join();
+    kor_set_connection_hook(nullptr);
+    kor::test::openDisplay.arm(0);
+    EXPECT_TRUE(said('D', "kor_glXQueryDrawable", "querying GLX_WIDTH"));
+    EXPECT_TRUE(gl.callsOf("glXQueryDrawable").empty());
     XCloseDisplay(other);
 }
 

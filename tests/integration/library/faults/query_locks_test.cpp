@@ -5,10 +5,7 @@
 #include "display/displays.h"
 #include "visual/visual_map.h"
 
-using testing::Contains;
 using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::Not;
 
 namespace {
 
@@ -50,6 +47,30 @@ TEST_F(QueryLocks, AVisualsAttributeIsLookedUpUnderTheMaps) {
                     kor_glXGetConfig(app, &visual, GLX_RED_SIZE, &value);
                 }),
                 ElementsAre("visual map", "visual map"));
+}
+
+TEST_F(QueryLocks, APbufferIsRegisteredWhenTheLocalDisplaysIsReleased) {
+    begin();
+    const GLXFBConfig wanted = config("double1");
+    // The mapping, the pbuffer, the registry.
+    EXPECT_THAT(
+        takenBy([&] { kor_glXCreatePbuffer(app, wanted, nullptr); }),
+        ElementsAre("visual map", "local display", "visual map", "local display", "drawables"));
+    EXPECT_THAT(
+        takenBy([&] { kor_glXCreateGLXPbufferSGIX(app, wanted, 5, 5, nullptr); }),
+        ElementsAre("visual map", "local display", "visual map", "local display", "drawables"));
+}
+
+TEST_F(QueryLocks, APixmapIsRegisteredWhenTheLocalDisplaysIsReleased) {
+    begin();
+    const GLXFBConfig wanted = config("double1");
+    const Pixmap pixmap = XCreatePixmap(app, DefaultRootWindow(app), 8, 8, 24);
+    EXPECT_THAT(
+        takenBy([&] { kor_glXCreatePixmap(app, wanted, pixmap, nullptr); }),
+        ElementsAre("visual map", "local display", "visual map", "local display", "drawables"));
+    XVisualInfo visual = visualInfo(doubleVisual);
+    EXPECT_THAT(takenBy([&] { kor_glXCreateGLXPixmap(app, &visual, pixmap); }),
+                ElementsAre("visual map", "visual map", "local display", "drawables"));
 }
 
 TEST_F(QueryLocks, AVisualIdIsTranslatedUnderTheMapsAfterTheQuery) {

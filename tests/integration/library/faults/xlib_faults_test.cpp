@@ -147,8 +147,7 @@ TEST_F(XlibFaults, AVisualIdIsNotTranslatedByMappingsWithoutIdOrFbconfigs) {
     const int count = std::exchange(mapping->numLocalFbconfigs, 0);
     EXPECT_EQ(visualIdOf("double2"), 0x999U);
     mapping->numLocalFbconfigs = count;
-    EXPECT_EQ(timesSaid('D', "kor_glXGetFBConfigAttrib",
-                        "GLX_VISUAL_ID FAILED for visual id 2457"),
+    EXPECT_EQ(timesSaid('D', "kor_glXGetFBConfigAttrib", "GLX_VISUAL_ID FAILED for visual id 2457"),
               2U);
 }
 
@@ -345,6 +344,22 @@ TEST_F(XlibFaults, ASwapWithoutALocalDisplayOnlyFinishes) {
     kor::test::openDisplay.arm(0);
     EXPECT_EQ(sayings("kor_glXSwapBuffers").back(), "No local display");
     EXPECT_THAT(fake::texts(gl.calls()), ElementsAre("glFinish()"));
+}
+
+TEST_F(XlibFaults, AWindowOfADisplayThatCannotBeSetUpIsAskedForAllTheSame) {
+    begin();
+    const Window window = makeWindow(40, 40);
+    Display* second = XOpenDisplay(appName.c_str());
+    ASSERT_NE(second, nullptr);
+    kor::test::openDisplay.arm(1000);
+    std::thread([&] {
+        EXPECT_FALSE(getDrawableInfo(second, window, config("double1"), nullptr));
+    }).join();
+    kor::test::openDisplay.arm(0);
+    EXPECT_THAT(sayings("getDrawableInfo"),
+                ElementsAre(format("failed to update window info (appDrawable %x).",
+                                   static_cast<unsigned>(window))));
+    XCloseDisplay(second);
 }
 
 TEST_F(XlibFaults, AFrameNeedsNoClientAttributes) {
