@@ -2,11 +2,13 @@
 
 #include "frames.h"
 
+#include "display/displays.h"
 #include "framework/pixels.h"
 #include "framework/wait_until.h"
 #include "transport/readback_context.h"
 
 #include <chrono>
+#include <utility>
 
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -293,4 +295,32 @@ TEST_F(Readback, TakingBackAReferenceThatNobodyGaveIsReportedAndHarmless) {
     context.unref();
     EXPECT_THAT(sayings("ReadbackContext::unref"),
                 ElementsAre(format("%p refcount is already 0", static_cast<void*>(&context))));
+}
+
+TEST_F(Readback, AWorkersContextThatIsMadeAgainStartsNoSecondWorker) {
+    start();
+    ASSERT_TRUE(_setupAppDisplay(app, nullptr));
+    Display* const display = local();
+    GLXFBConfig const fbconfig = config("double1");
+    markLog();
+    bool first = true;
+    bool again = false;
+    {
+        kor::gl::ReadbackContext context;
+        // The worker's first call: it holds the local display lock and has looked at its context.
+        gl.onCall("glXMakeCurrent", [&](const fake::Call&) {
+            if (std::exchange(first, false))
+                again = context.setSharedContext(display, fbconfig, nullptr, 0x777);
+        });
+        {
+            const kor::Lock lock(getLocalDisplayMutex());
+            EXPECT_TRUE(context.setSharedContext(display, fbconfig, nullptr, 0x555));
+        }
+        EXPECT_TRUE(waitForLog("D void kor::gl::ReadbackContext::svc(): Making readback context "
+                               "current for drawable 0x777"));
+    }
+    gl.onCall("glXMakeCurrent", nullptr);
+    EXPECT_TRUE(again);
+    EXPECT_EQ(gl.callsOf("glXCreateNewContext").size(), 2U);
+    EXPECT_THAT(sayings("ReadbackContext::svc"), testing::SizeIs(1));
 }

@@ -75,7 +75,8 @@ TEST_F(FramePace, TheRestOfTheIntervalIsSleptAway) {
     letPaintsArrive();
 }
 
-TEST_F(FramePace, WithoutAnIntervalNoFrameSleeps) {
+TEST_F(FramePace, ANegativeIntervalIsNone) {
+    set("KOR_GL_READBACK_INTERVAL", "-5");
     begin(64, 48);
     stopTheClock();
     EXPECT_THAT(sleepsOfASwap(), IsEmpty());
