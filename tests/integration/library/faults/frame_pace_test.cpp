@@ -10,7 +10,6 @@
 #include <chrono>
 #include <thread>
 
-using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
