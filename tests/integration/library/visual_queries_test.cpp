@@ -1,6 +1,7 @@
 // The visual and fbconfig queries of GLX.
 
 #include "displays.h"
+#include "fbconfig_attributes.h"
 
 #include "visual/visual_map.h"
 
@@ -301,41 +302,14 @@ TEST_F(VisualQueries, UnknownFbconfigAttributesArePassedOn) {
 
 TEST_F(VisualQueries, TheLogNamesEveryFbconfigAttribute) {
     start();
-    const std::vector<std::pair<int, const char*>> attributes = {
-        {GLX_BUFFER_SIZE, "GLX_BUFFER_SIZE"},
-        {GLX_LEVEL, "GLX_LEVEL"},
-        {GLX_DOUBLEBUFFER, "GLX_DOUBLEBUFFER"},
-        {GLX_STEREO, "GLX_STEREO"},
-        {GLX_AUX_BUFFERS, "GLX_AUX_BUFFERS"},
-        {GLX_RED_SIZE, "GLX_RED_SIZE"},
-        {GLX_GREEN_SIZE, "GLX_GREEN_SIZE"},
-        {GLX_BLUE_SIZE, "GLX_BLUE_SIZE"},
-        {GLX_ALPHA_SIZE, "GLX_ALPHA_SIZE"},
-        {GLX_DEPTH_SIZE, "GLX_DEPTH_SIZE"},
-        {GLX_STENCIL_SIZE, "GLX_STENCIL_SIZE"},
-        {GLX_ACCUM_RED_SIZE, "GLX_ACCUM_RED_SIZE"},
-        {GLX_ACCUM_GREEN_SIZE, "GLX_ACCUM_GREEN_SIZE"},
-        {GLX_ACCUM_BLUE_SIZE, "GLX_ACCUM_BLUE_SIZE"},
-        {GLX_ACCUM_ALPHA_SIZE, "GLX_ACCUM_ALPHA_SIZE"},
-        {GLX_CONFIG_CAVEAT, "GLX_CONFIG_CAVEAT"},
-        {GLX_X_VISUAL_TYPE, "GLX_X_VISUAL_TYPE"},
-        {GLX_TRANSPARENT_TYPE, "GLX_TRANSPARENT_TYPE"},
-        {GLX_TRANSPARENT_INDEX_VALUE, "GLX_TRANSPARENT_INDEX_VALUE"},
-        {GLX_TRANSPARENT_RED_VALUE, "GLX_TRANSPARENT_RED_VALUE"},
-        {GLX_TRANSPARENT_GREEN_VALUE, "GLX_TRANSPARENT_GREEN_VALUE"},
-        {GLX_TRANSPARENT_BLUE_VALUE, "GLX_TRANSPARENT_BLUE_VALUE"},
-        {GLX_TRANSPARENT_ALPHA_VALUE, "GLX_TRANSPARENT_ALPHA_VALUE"},
-        {GLX_RENDER_TYPE, "GLX_RENDER_TYPE"},
-        {GLX_DRAWABLE_TYPE, "GLX_DRAWABLE_TYPE"},
-        {GLX_X_RENDERABLE, "GLX_X_RENDERABLE"},
-        {GLX_FBCONFIG_ID, "GLX_FBCONFIG_ID"},
+    const AttributeNames attributes = fbconfigAttributes({
         {GLX_MAX_PBUFFER_WIDTH, "GLX_MAX_PBUFFER_WIDTH"},
         {GLX_MAX_PBUFFER_HEIGHT, "GLX_MAX_PBUFFER_HEIGHT"},
         {GLX_MAX_PBUFFER_PIXELS, "GLX_MAX_PBUFFER_PIXELS"},
         {GLX_SAMPLE_BUFFERS_ARB, "GLX_SAMPLE_BUFFERS_ARB"},
         {GLX_SAMPLES_ARB, "GLX_SAMPLES_ARB"},
         {GLX_VISUAL_ID, "GLX_VISUAL_ID"},
-    };
+    });
     int value = 0;
     kor_glXGetFBConfigAttrib(app, config("double1"), GLX_RED_SIZE, &value);
     for (const auto& [attribute, name] : attributes) {

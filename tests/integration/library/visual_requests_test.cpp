@@ -1,6 +1,7 @@
 // What glXChooseVisual and glXChooseFBConfig read from the application's lists, and write of them.
 
 #include "displays.h"
+#include "fbconfig_attributes.h"
 
 #include "visual/visual_map.h"
 
@@ -61,43 +62,14 @@ TEST_F(VisualRequests, AVisualsRequestIsWrittenOut) {
 }
 
 TEST_F(VisualRequests, AnFbconfigsRequestIsWrittenOut) {
-    const std::vector<std::pair<int, const char*>> attributes = {
-        {GLX_BUFFER_SIZE, "GLX_BUFFER_SIZE"},
-        {GLX_LEVEL, "GLX_LEVEL"},
-        {GLX_DOUBLEBUFFER, "GLX_DOUBLEBUFFER"},
-        {GLX_STEREO, "GLX_STEREO"},
-        {GLX_AUX_BUFFERS, "GLX_AUX_BUFFERS"},
-        {GLX_RED_SIZE, "GLX_RED_SIZE"},
-        {GLX_GREEN_SIZE, "GLX_GREEN_SIZE"},
-        {GLX_BLUE_SIZE, "GLX_BLUE_SIZE"},
-        {GLX_ALPHA_SIZE, "GLX_ALPHA_SIZE"},
-        {GLX_DEPTH_SIZE, "GLX_DEPTH_SIZE"},
-        {GLX_STENCIL_SIZE, "GLX_STENCIL_SIZE"},
-        {GLX_ACCUM_RED_SIZE, "GLX_ACCUM_RED_SIZE"},
-        {GLX_ACCUM_GREEN_SIZE, "GLX_ACCUM_GREEN_SIZE"},
-        {GLX_ACCUM_BLUE_SIZE, "GLX_ACCUM_BLUE_SIZE"},
-        {GLX_ACCUM_ALPHA_SIZE, "GLX_ACCUM_ALPHA_SIZE"},
-        {GLX_CONFIG_CAVEAT, "GLX_CONFIG_CAVEAT"},
-        {GLX_X_VISUAL_TYPE, "GLX_X_VISUAL_TYPE"},
-        {GLX_TRANSPARENT_TYPE, "GLX_TRANSPARENT_TYPE"},
-        {GLX_TRANSPARENT_INDEX_VALUE, "GLX_TRANSPARENT_INDEX_VALUE"},
-        {GLX_TRANSPARENT_RED_VALUE, "GLX_TRANSPARENT_RED_VALUE"},
-        {GLX_TRANSPARENT_GREEN_VALUE, "GLX_TRANSPARENT_GREEN_VALUE"},
-        {GLX_TRANSPARENT_BLUE_VALUE, "GLX_TRANSPARENT_BLUE_VALUE"},
-        {GLX_TRANSPARENT_ALPHA_VALUE, "GLX_TRANSPARENT_ALPHA_VALUE"},
-        {GLX_RENDER_TYPE, "GLX_RENDER_TYPE"},
-        {GLX_DRAWABLE_TYPE, "GLX_DRAWABLE_TYPE"},
-        {GLX_X_RENDERABLE, "GLX_X_RENDERABLE"},
-        {GLX_FBCONFIG_ID, "GLX_FBCONFIG_ID"},
-        {GLX_SAMPLES, "GLX_SAMPLES"},
-    };
+    const AttributeNames attributes = fbconfigAttributes({{GLX_SAMPLES, "GLX_SAMPLES"}});
     std::vector<int> list;
     std::vector<std::string> expected = {"START"};
     for (const auto& [attribute, name] : attributes) {
         list.push_back(attribute);
         list.push_back(26);
         // The one that is an id is written as ids are.
-        expected.push_back(std::string(name) + (attribute == GLX_FBCONFIG_ID ? " 1a" : " 26"));
+        expected.push_back(name + (attribute == GLX_FBCONFIG_ID ? " 1a" : " 26"));
     }
     start();
     EXPECT_THAT(fbconfigRequest(list), ElementsAreArray(expected));
