@@ -318,6 +318,8 @@ TEST_F(Readback, AWorkersContextThatIsMadeAgainStartsNoSecondWorker) {
         }
         EXPECT_TRUE(waitForLog("D void kor::gl::ReadbackContext::svc(): Making readback context "
                                "current for drawable 0x777"));
+        // Our destructor reads what the worker wrote under this lock.
+        const kor::Lock afterTheWorker(getLocalDisplayMutex());
     }
     gl.onCall("glXMakeCurrent", nullptr);
     EXPECT_TRUE(again);
