@@ -6,7 +6,7 @@ import shutil
 import unittest
 
 from sessions import SessionTest
-from xkor import BIN, processes_naming
+from xkor import BIN, over_tmp, processes_naming
 
 
 class BadInput(SessionTest):
@@ -115,9 +115,12 @@ class BadInput(SessionTest):
     def test_logs_in_a_folder_that_others_may_have_made(self):
         """Without HOME they are below /tmp, where everybody may make folders."""
         isolation = ["unshare", "--mount"] + ([] if os.geteuid() == 0 else ["--map-root-user"])
+        place = self.folder / "tmp"
+        place.mkdir()
         for made in ("mkdir -m 0777 $place", "touch $place", "mkdir -m 0700 own && ln -s own $place"):
             with self.subTest(made):
-                script = (f"mount -t tmpfs none /tmp && cd /tmp && place=kor-$(id -u) && {made} && "
+                script = (f"mount -t tmpfs none {place} && {over_tmp(place)} && cd /tmp && "
+                          f"place=kor-$(id -u) && {made} && "
                           f"unset HOME XDG_STATE_HOME && KOR_SESSION_DIR=/tmp/sessions "
                           f"exec {BIN}/korsession start sleep 600")
                 result = self.run_program(*isolation, "sh", "-c", script, timeout=120)

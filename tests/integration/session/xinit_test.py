@@ -5,7 +5,7 @@ import re
 import signal
 import unittest
 
-from xkor import BIN, TestCase, free_port, processes_naming, wait_until
+from xkor import BIN, TestCase, free_port, over_tmp, processes_naming, wait_until
 
 PROGRAM = """#!/bin/sh
 echo "display $DISPLAY"
@@ -71,7 +71,7 @@ class Starters(TestCase):
         isolation = ["unshare", "--mount", "--net"]
         isolation += [] if os.geteuid() == 0 else ["--map-root-user"]
         result = self.run_program(
-            *isolation, "sh", "-c", 'mount --bind "$KOR_TEST_FOLDER" /tmp && startx /tmp/program',
+            *isolation, "sh", "-c", f"{over_tmp(self.folder)} && startx /tmp/program",
             environment={"PATH": f"{BIN}:{self.environment['PATH']}", "HOME": "/tmp/home",
                          "XDG_STATE_HOME": "/tmp/state", "XDG_RUNTIME_DIR": "/tmp/runtime",
                          "XDG_CONFIG_HOME": "/tmp/home", "TMPDIR": "/tmp",

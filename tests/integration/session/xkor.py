@@ -56,6 +56,17 @@ def processes_naming(text):
     return found
 
 
+def over_tmp(folder):
+    """Shell text for a mount namespace: puts the folder over /tmp. What is tested stays where it is,
+    also where that is below /tmp."""
+    build = BIN.parent.resolve()
+    if not build.is_relative_to("/tmp"):
+        return f"mount --rbind {folder} /tmp"
+    return (f"mkdir {folder}/build && mount --rbind {build} {folder}/build && "
+            f"mount --rbind {folder} /tmp && mkdir -p {build} && "
+            f"mount --rbind /tmp/build {build}")
+
+
 class TestCase(unittest.TestCase):
     """Gives each test a folder of its own; everything that it starts names that folder in its
     environment, so that what is left over can be found."""
