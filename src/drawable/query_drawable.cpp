@@ -50,6 +50,7 @@ void kor_glXQueryDrawable(Display* dpy, GLXDrawable drawable, int attribute, uns
     }
     Display* local = _getLocalDisplay(nullptr);
     if (local == nullptr) {
+        KOR_DEBUG("no local display");
         *value = 0;
         return;
     }
@@ -62,8 +63,13 @@ int kor_glXQueryGLXPbufferSGIX(Display* dpy, GLXPbufferSGIX pbuffer, int attribu
     KOR_DEBUG("START");
     if (value == nullptr)
         return 0;
-    Display* local = localDisplayFor(dpy, nullptr);
+    if (!_setupAppDisplay(dpy, nullptr)) {
+        *value = 0;
+        return 0;
+    }
+    Display* local = _getLocalDisplay(nullptr);
     if (local == nullptr) {
+        KOR_DEBUG("no local display");
         *value = 0;
         return 0;
     }

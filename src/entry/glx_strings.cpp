@@ -54,7 +54,10 @@ Display* localFor(Display* dpy, const char* function) {
         return nullptr;
     }
     _setupAppDisplay(dpy, nullptr);
-    return _getLocalDisplay(nullptr);
+    Display* local = _getLocalDisplay(nullptr);
+    if (local == nullptr)
+        KOR_LOG_AT("KORGL", kor::LogDebug, "DEBUG", function, false, "no local display");
+    return local;
 }
 
 } // namespace

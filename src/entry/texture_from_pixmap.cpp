@@ -34,7 +34,11 @@ void kor_glXBindTexImageEXT(Display* dpy, GLXDrawable drawable, int buffer, cons
     if (!_setupAppDisplay(dpy, nullptr))
         return;
     Display* local = _getLocalDisplay(nullptr);
-    if (local == nullptr || system_glXBindTexImageEXT == nullptr)
+    if (local == nullptr) {
+        KOR_DEBUG("no local display");
+        return;
+    }
+    if (system_glXBindTexImageEXT == nullptr)
         return;
     GLXDrawable bound = None;
     const kor::gl::DrawableRef record =
@@ -56,7 +60,11 @@ void kor_glXReleaseTexImageEXT(Display* dpy, GLXDrawable drawable, int buffer) {
     if (!_setupAppDisplay(dpy, nullptr))
         return;
     Display* local = _getLocalDisplay(nullptr);
-    if (local == nullptr || system_glXReleaseTexImageEXT == nullptr)
+    if (local == nullptr) {
+        KOR_DEBUG("no local display");
+        return;
+    }
+    if (system_glXReleaseTexImageEXT == nullptr)
         return;
     const kor::gl::DrawableRef record =
         drawable != None ? findLocalDrawable(drawable) : kor::gl::DrawableRef();

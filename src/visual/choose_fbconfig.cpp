@@ -69,9 +69,13 @@ GLXFBConfig* kor_glXChooseFBConfig(Display* dpy, int /*screen*/, const int* attr
                                    int* nelements) {
     KOR_DEBUG("START");
     kor::gl::TSD* tsd = getTSD();
-    Display* local = localDisplayFor(dpy, tsd);
-    if (local == nullptr)
+    if (!_setupAppDisplay(dpy, tsd))
         return nullptr;
+    Display* local = _getLocalDisplay(tsd);
+    if (local == nullptr) {
+        KOR_DEBUG("no local display");
+        return nullptr;
+    }
     logRequest(attribList);
     int uncounted = 0;
     int* count = nelements != nullptr ? nelements : &uncounted;

@@ -1,5 +1,6 @@
 #include "core/entry_points.h"
 #include "core/system_gl.h"
+#include "display/displays.h"
 #include "support/log.h"
 #include "visual/visual_map.h"
 
@@ -149,7 +150,7 @@ bool isInMap(VisualID id) {
 
 XVisualInfo* kor_glXChooseVisual(Display* dpy, int screen, int* attribList) {
     KOR_DEBUG("START");
-    if (dpy == nullptr)
+    if (!_setupAppDisplay(dpy, nullptr))
         return nullptr;
     logRequest(attribList);
     initializeVisualMap(dpy, screen, nullptr);

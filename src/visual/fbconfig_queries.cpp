@@ -74,12 +74,14 @@ std::optional<int> translateVisualId(Display* local, GLXFBConfig config, int loc
 
 int kor_glXGetFBConfigAttrib(Display* dpy, GLXFBConfig config, int attribute, int* value) {
     KOR_DEBUG("START");
-    if (dpy == nullptr)
-        return 0;
+    if (!_setupAppDisplay(dpy, nullptr))
+        return 0; // success, with *value untouched: kept on purpose
     initializeVisualMap(dpy, DefaultScreen(dpy), nullptr);
     Display* local = _getLocalDisplay(nullptr);
-    if (local == nullptr)
-        return 0; // success, with *value untouched: kept on purpose
+    if (local == nullptr) {
+        KOR_DEBUG("no local display");
+        return 0; // likewise
+    }
 
     logAttribute(attribute);
     int result = 0;
@@ -108,8 +110,12 @@ int kor_glXGetFBConfigAttribSGIX(Display* dpy, GLXFBConfigSGIX config, int attri
 
 XVisualInfo* kor_glXGetVisualFromFBConfig(Display* dpy, GLXFBConfig config) {
     KOR_DEBUG("START");
-    if (dpy == nullptr)
+    if (!_setupAppDisplay(dpy, nullptr))
         return nullptr;
+    if (_getLocalDisplay(nullptr) == nullptr) {
+        KOR_DEBUG("no local display");
+        return nullptr;
+    }
     const LocalVisualInfo* mapping = _getLVI(dpy, config, nullptr);
     if (mapping == nullptr) {
         KOR_DEBUG("no lvi.");
@@ -136,7 +142,8 @@ XVisualInfo* kor_glXGetVisualFromFBConfigSGIX(Display* dpy, GLXFBConfigSGIX conf
     return kor_glXGetVisualFromFBConfig(dpy, config);
 }
 
-GLXFBConfigSGIX kor_glXGetFBConfigFromVisualSGIX(Display* /*dpy*/, XVisualInfo* /*vis*/) {
+GLXFBConfigSGIX kor_glXGetFBConfigFromVisualSGIX(Display* dpy, XVisualInfo* /*vis*/) {
     KOR_DEBUG("START");
+    _setupAppDisplay(dpy, nullptr);
     return nullptr; // unsupported by design
 }

@@ -1,5 +1,6 @@
 #include "core/entry_points.h"
 #include "core/system_gl.h"
+#include "display/displays.h"
 #include "support/log.h"
 #include "visual/visual_map.h"
 
@@ -40,7 +41,7 @@ const LocalVisualInfo* findMapping(VisualID id) {
 
 int kor_glXGetConfig(Display* dpy, XVisualInfo* vis, int attribute, int* value) {
     KOR_DEBUG("START");
-    if (dpy == nullptr || vis == nullptr || value == nullptr)
+    if (!_setupAppDisplay(dpy, nullptr) || vis == nullptr || value == nullptr)
         return GLX_BAD_VALUE;
     KOR_DEBUG("visual id %x", static_cast<unsigned>(vis->visualid));
     initializeVisualMap(dpy, DefaultScreen(dpy), nullptr);
