@@ -65,19 +65,22 @@ void DrawableInfo::checkForResize() {
         return;
     }
     updateOffscreenPbuffer();
-    const GLXContext context = lastContext;
-    if (context == nullptr)
+    if (lastContext == nullptr)
         return; // the thread stays unbound
+    // The last one on the window may be another thread's, which that thread keeps.
+    const GLXContext context =
+        tsd->currentContext != nullptr ? tsd->currentContext : lastContext.load();
     const Lock lock(getLocalDisplayMutex());
+    const GLXDrawable draw = localDrawable;
+    const DrawableInfo* const readRecord = tsd->currentReadDrawable;
+    const GLXDrawable read = readRecord != nullptr ? readRecord->localDrawable.load() : None;
     Bool bound = False;
-    if (tsd->currentReadDrawable != nullptr) {
-        bound = system_glXMakeContextCurrent(local, localDrawable,
-                                             tsd->currentReadDrawable->localDrawable, context);
-    } else {
-        if (localDrawable == None)
-            return;
-        bound = system_glXMakeCurrent(local, localDrawable, context);
-    }
+    if (readRecord != nullptr && (draw == None) == (read == None))
+        bound = system_glXMakeContextCurrent(local, draw, read, context);
+    else if (draw != None)
+        bound = system_glXMakeCurrent(local, draw, context); // the read drawable is gone
+    else
+        return; // a read drawable alone would be an error
     if (!bound)
         KOR_WARNING("failed to restore context");
 }

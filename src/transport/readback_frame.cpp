@@ -30,22 +30,39 @@ class ApplicationState {
     }
 
     void restore() {
-        const TSD* tsd = getTSD();
         const Lock lock(getLocalDisplayMutex());
-        system_glXMakeCurrent(local_, record_.localDrawable, context_);
-        // A thread that has other drawables current than the one it swapped gets them back.
-        if (context_ != nullptr && tsd != nullptr && tsd->currentDrawable != nullptr &&
-            (tsd->currentDrawable != &record_ || tsd->currentReadDrawable != &record_))
-            system_glXMakeContextCurrent(local_, tsd->currentDrawable->localDrawable,
-                                         tsd->currentReadDrawable != nullptr
-                                             ? tsd->currentReadDrawable->localDrawable.load()
-                                             : GLXDrawable{None},
-                                         context_);
+        bindContext();
         if (renderMode_ != GL_RENDER)
             system_glRenderMode(static_cast<GLenum>(renderMode_));
     }
 
   private:
+    static GLXDrawable localOf(const DrawableInfo* record) {
+        return record != nullptr ? record->localDrawable.load() : GLXDrawable{None};
+    }
+
+    /// A drawable of the thread may have been destroyed since it was made current; a context beside
+    /// none would be an error. Under the local display mutex.
+    void bindContext() {
+        const GLXDrawable shown = localOf(&record_);
+        if (shown != None)
+            system_glXMakeCurrent(local_, shown, context_);
+        // A thread that has other drawables current than the one it swapped gets them back.
+        const TSD* tsd = getTSD();
+        const GLXDrawable draw = tsd != nullptr ? localOf(tsd->currentDrawable) : None;
+        const GLXDrawable read = tsd != nullptr ? localOf(tsd->currentReadDrawable) : None;
+        const bool hasOthers = draw != shown || (read != None && read != shown);
+        if (context_ != nullptr && draw != None && hasOthers) {
+            if (read != None)
+                system_glXMakeContextCurrent(local_, draw, read, context_);
+            else
+                system_glXMakeCurrent(local_, draw, context_);
+        } else if (shown == None && system_glXGetCurrentContext() != context_) {
+            // All that the thread had is gone. It must not go on in the read context.
+            system_glXMakeCurrent(local_, None, nullptr);
+        }
+    }
+
     Display* local_;
     DrawableInfo& record_;
     GLXContext context_;

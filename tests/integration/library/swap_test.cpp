@@ -59,11 +59,7 @@ TEST_F(Swap, OfAnotherWindowGivesTheThreadItsDrawablesBack) {
     const Window other = makeWindow(20, 20);
     const kor::gl::DrawableRef shown = getDrawableInfo(app, other, config("double1"), nullptr);
     const std::string pbufferOfOther = gl.nameOf(shown->localDrawable);
-    const auto binding = [&](const std::string& read) {
-        return std::vector<std::string>{
-            format("glXMakeCurrent(local, %s, ctx)", pbufferOfOther.c_str()),
-            format("glXMakeContextCurrent(local, %s, %s, ctx)", pbuffer().c_str(), read.c_str())};
-    };
+    const std::string first = format("glXMakeCurrent(local, %s, ctx)", pbufferOfOther.c_str());
     const auto lastBinding = [&] {
         std::vector<std::string> texts = mine();
         std::erase_if(texts,
@@ -73,12 +69,15 @@ TEST_F(Swap, OfAnotherWindowGivesTheThreadItsDrawablesBack) {
     };
     gl.clearCalls();
     kor_glXSwapBuffers(app, other);
-    EXPECT_EQ(lastBinding(), binding(pbuffer()));
+    EXPECT_THAT(lastBinding(),
+                ElementsAre(first, format("glXMakeContextCurrent(local, %s, %s, ctx)",
+                                          pbuffer().c_str(), pbuffer().c_str())));
 
     ASSERT_TRUE(kor_glXMakeContextCurrent(app, window, None, context));
     gl.clearCalls();
     kor_glXSwapBuffers(app, other);
-    EXPECT_EQ(lastBinding(), binding("0"));
+    EXPECT_THAT(lastBinding(),
+                ElementsAre(first, format("glXMakeCurrent(local, %s, ctx)", pbuffer().c_str())));
     letPaintsArrive();
 }
 
