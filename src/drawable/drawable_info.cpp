@@ -23,6 +23,8 @@ void DrawableInfo::release() {
     ReadbackContext* leftContext = nullptr;
     XImagePainter* leftPainter = nullptr;
     {
+        // A frame that is being copied ends first: its thread needs the pbuffer to return to.
+        const std::lock_guard frameLock(frameMutex);
         // Under the same lock as a thread that is about to use them (setupReadbackContexts).
         const Lock lock(getLocalDisplayMutex());
         if (released_.exchange(true, std::memory_order_acq_rel))

@@ -9,6 +9,7 @@
 
 #include <atomic>
 #include <memory>
+#include <mutex>
 
 namespace kor::gl {
 
@@ -101,6 +102,12 @@ class DrawableInfo {
     void countHiddenFrame();
     /// The readback context with a reference of the caller's own, or null.
     ReadbackContext* holdReadbackContext();
+
+    /// One thread at a time copies a frame of the drawable, replaces its pbuffer or releases it:
+    /// the read context is current to the copying thread meanwhile. Taken before all locks that
+    /// these steps take. Recursive: an application's error handler may end a frame in the middle of
+    /// one.
+    std::recursive_mutex frameMutex;
 
     Mutex mutex; // innermost lock; guards the next six
     VisualID visualID = 0;

@@ -17,6 +17,7 @@ void DrawableInfo::updateOffscreenPbuffer() {
     Display* local = _getLocalDisplay(nullptr);
     if (local == nullptr)
         return;
+    const std::lock_guard frameLock(frameMutex);
     {
         const Lock lock(getLocalDisplayMutex());
         if (released())

@@ -8,6 +8,7 @@
 #include "transport/frame_statistics.h"
 #include "transport/readback_context.h"
 
+#include <mutex>
 #include <unistd.h>
 
 namespace kor::gl {
@@ -97,6 +98,7 @@ void DrawableInfo::readback() {
     KOR_DEBUG("ldi %p, geom(%d,%d,%d,%d)", static_cast<void*>(this), rect.x, rect.y, rect.width,
               rect.height);
 
+    std::unique_lock frameLock(frameMutex);
     ApplicationState application(local, *this);
     application.forceRenderMode(__PRETTY_FUNCTION__);
     if (!setupReadbackContexts()) {
@@ -114,6 +116,7 @@ void DrawableInfo::readback() {
     }
     Copyback::instance()->unblock();
     application.restore();
+    frameLock.unlock();
 
     incrementFpsCounter(korGetCurrentTime());
     // Unsigned: a clock that was set back makes the elapsed time huge, not the pause.

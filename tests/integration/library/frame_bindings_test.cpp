@@ -40,6 +40,13 @@ class FrameBindings : public Frames {
             gl.onCall(name, nullptr);
     }
 
+    /// Lets as many threads end frames of the window, each in a context of its own.
+    void swapOn(int threads, int frames, bool resizing);
+
+    /// Lets another thread do that in the middle of a frame's copy. True when that calls the
+    /// driver's function before the copy is over.
+    bool callsDuringACopy(const std::string& function, const std::function<void()>& action);
+
     /// The calls that a driver would have answered with an error.
     std::vector<std::string> refused;
 
@@ -65,6 +72,65 @@ class FrameBindings : public Frames {
   protected:
     std::map<fake::Word, int> applications; ///< the contexts that are not the library's own
 };
+
+void FrameBindings::swapOn(int threads, int frames, bool resizing) {
+    set("KOR_GL_COPYBACK_FRAME_RATE", "2000");
+    begin(64, 48);
+    kor_glXMakeCurrent(app, None, nullptr);
+    std::vector<GLXContext> contexts;
+    for (int i = 0; i < threads; ++i) {
+        contexts.push_back(makeContext(format("ctx%d", i).c_str()));
+        applications[fake::word(contexts.back())] = i;
+    }
+    applications[0] = -1;
+    watch();
+    std::latch together(threads);
+    std::atomic<int> lost{0};
+    std::vector<std::thread> running;
+    for (int i = 0; i < threads; ++i) {
+        running.emplace_back([&, i] {
+            EXPECT_TRUE(kor_glXMakeCurrent(app, window, contexts[static_cast<size_t>(i)]));
+            together.arrive_and_wait();
+            for (int frame = 0; frame < frames; ++frame) {
+                if (resizing && frame % 5 == i)
+                    resizeWindow(window, 40 + (frame + i) % 30, 48);
+                kor_glXSwapBuffers(app, window);
+                if (system_glXGetCurrentContext() != contexts[static_cast<size_t>(i)])
+                    ++lost;
+            }
+            kor_glXMakeCurrent(app, None, nullptr);
+        });
+    }
+    for (std::thread& thread : running)
+        thread.join();
+    endWatch();
+    letPaintsArrive();
+    EXPECT_THAT(refused, IsEmpty());
+    EXPECT_EQ(lost, 0) << "times that a thread did not have its context back";
+    EXPECT_EQ(gl.callsOf("glFenceSync").size(), static_cast<size_t>(threads * frames));
+}
+
+bool FrameBindings::callsDuringACopy(const std::string& function,
+                                     const std::function<void()>& action) {
+    begin(64, 48);
+    std::thread other;
+    bool called = false;
+    gl.onCall("glCopyTexSubImage2D", [&](const fake::Call&) {
+        if (other.joinable())
+            return; // the other thread's copy
+        const size_t before = gl.callsOf(function).size();
+        other = std::thread([&] {
+            ASSERT_TRUE(_setupAppDisplay(app, nullptr));
+            action();
+        });
+        called = gl.waitForCalls(function, before + 1, 300);
+    });
+    kor_glXSwapBuffers(app, window);
+    other.join();
+    gl.onCall("glCopyTexSubImage2D", nullptr);
+    letPaintsArrive();
+    return called;
+}
 
 } // namespace
 
@@ -149,4 +215,37 @@ TEST_F(FrameBindings, AResizeBindsTheThreadsOwnContextAlsoWhenAnotherThreadUsesT
     record()->checkForResize();
     EXPECT_EQ(gl.calls().back().text,
               "glXMakeContextCurrent(local, " + pbuffer() + ", " + pbuffer() + ", ctx)");
+}
+
+TEST_F(FrameBindings, AnotherThreadsFrameOfTheWindowWaitsForTheCopy) {
+    EXPECT_FALSE(callsDuringACopy("glGetIntegerv", [&] { kor_glXSwapBuffers(app, window); }));
+    EXPECT_EQ(gl.callsOf("glFenceSync").size(), 2U);
+}
+
+TEST_F(FrameBindings, AnotherThreadsNewPbufferForTheWindowWaitsForTheCopy) {
+    EXPECT_FALSE(
+        callsDuringACopy("glXDestroyPbuffer", [&] { record()->updateOffscreenPbuffer(); }));
+    EXPECT_EQ(gl.callsOf("glXDestroyPbuffer").size(), 1U);
+}
+
+TEST_F(FrameBindings, AnotherThreadsEndOfTheWindowWaitsForTheCopy) {
+    set("KOR_GL_FREE_DRAWABLES_WITHOUT_CONTEXT", "1");
+    EXPECT_FALSE(callsDuringACopy("glXDestroyPbuffer", [&] { record()->release(); }));
+    EXPECT_FALSE(gl.callsOf("glXDestroyPbuffer").empty());
+}
+
+TEST_F(FrameBindings, TwoThreadsOnOneWindowCopyOneAfterTheOther) {
+    swapOn(2, 150, false);
+}
+
+TEST_F(FrameBindings, FourThreadsOnOneWindowCopyOneAfterTheOther) {
+    swapOn(4, 80, false);
+}
+
+TEST_F(FrameBindings, TwoThreadsOnOneWindowThatIsResizedKeepTheirContexts) {
+    swapOn(2, 100, true);
+}
+
+TEST_F(FrameBindings, FourThreadsOnOneWindowThatIsResizedKeepTheirContexts) {
+    swapOn(4, 60, true);
 }
