@@ -2,6 +2,7 @@
 
 #include "config/settings.h"
 #include "support/process.h"
+#include "support/trusted_file.h"
 
 #include <cerrno>
 #include <clocale>
@@ -125,13 +126,20 @@ char* makePath(const char* directory) {
 }
 
 /// Opens the file at path for appending, unbuffered so that every piece of a record reaches it at
-/// once; stderr without a path, and silently also where the file cannot be opened.
+/// once; stderr without a path, and also where the file cannot be opened: silently then, unless
+/// something else stands in its place. The name can be guessed and the folder be writable for
+/// others.
 FILE* openStream(const char* path) {
-    FILE* stream = path != nullptr ? fopen(path, "a") : nullptr;
-    if (stream == nullptr)
+    if (path == nullptr)
         return stderr;
-    setbuf(stream, nullptr);
-    return stream;
+    const kor::TrustedFile opened = kor::openLogFile(path);
+    if (opened.refusal != nullptr)
+        fprintf(stderr, "Log file \"%s\" is not used: it %s; the log goes to stderr\n", path,
+                opened.refusal);
+    if (opened.stream == nullptr)
+        return stderr;
+    setbuf(opened.stream, nullptr);
+    return opened.stream;
 }
 
 /// Month, day and time of day, with microseconds.

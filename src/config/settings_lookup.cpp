@@ -2,6 +2,7 @@
 
 #include "support/ini_file.h"
 #include "support/text.h"
+#include "support/trusted_file.h"
 
 #include <cctype>
 #include <cstdio>
@@ -88,15 +89,24 @@ IniFile* openFile(const char* path) {
     return exists(path) ? new IniFile(path, false) : nullptr;
 }
 
-/// Reads the file. False, after a complaint, when it cannot be parsed.
-bool readFile(IniFile& file) {
-    file.parse(nullptr);
+enum class Reading { Parsed, Broken, Refused };
+
+/// Reads the file. After a complaint it is Broken when it cannot be parsed, and Refused when what
+/// stands in its place is not to be read.
+Reading readFile(IniFile& file, bool ofSystem = false) {
+    const TrustedFile opened = openSettingsFile(file.getFilename(), ofSystem);
+    if (opened.refusal != nullptr) {
+        fprintf(stderr, "Settings file \"%s\" is not used: it %s\n", file.getFilename(),
+                opened.refusal);
+        return Reading::Refused;
+    }
+    file.parseOpened(opened.stream);
     const IniError* error = file.getParserState();
     if (error == nullptr)
-        return true;
+        return Reading::Parsed;
     fprintf(stderr, "Cannot parse settings file \"%s\":<errnum %d> <linenum %d> <errstr %s>\n",
             file.getFilename(), error->errnum, error->linenum, error->errstr);
-    return false;
+    return Reading::Broken;
 }
 
 /// Deletes the object and clears its slot.
@@ -155,15 +165,24 @@ Settings::~Settings() {
 }
 
 void Settings::parse() {
-    if (adminFile_ != nullptr && !readFile(*adminFile_))
+    if (adminFile_ != nullptr && readFile(*adminFile_) != Reading::Parsed)
         drop(adminFile_);
-    if (userFile_ != nullptr && !readFile(*userFile_))
+    if (userFile_ != nullptr && readFile(*userFile_) != Reading::Parsed)
         drop(userFile_);
-    if (systemFile_ != nullptr && !readFile(*systemFile_)) {
+    if (systemFile_ == nullptr)
+        return;
+    switch (readFile(*systemFile_, true)) {
+    case Reading::Parsed:
+        break;
+    case Reading::Refused: // as if there were none
+        drop(systemFile_);
+        break;
+    case Reading::Broken:
         // Wanted as it is: a broken system file takes the user's file with it, and its own object
         // is kept until the process ends. The emptied user slot is consulted as one without file.
         drop(userFile_);
         systemFile_ = nullptr;
+        break;
     }
 }
 

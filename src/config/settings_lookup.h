@@ -15,7 +15,8 @@ class Settings {
     Settings(const Settings&) = delete;
     Settings& operator=(const Settings&) = delete;
 
-    /// Reads the files. One that cannot be parsed is reported on stderr and ignored from then on.
+    /// Reads the files. One that cannot be parsed, or that another user may have put there (see
+    /// openSettingsFile), is reported on stderr and ignored from then on.
     virtual void parse();
 
     void closeIniFiles();

@@ -73,6 +73,7 @@ struct IniFile::Private {
         error.reset();
     }
     bool parse();
+    bool parse(IniReader&& reader);
     bool store(const char* section, const char* name, const char* value, bool noOverwrite);
     bool refuses(const Complaints& complaints, const char* section, const char* name) const;
     bool writeTo(FILE* stream) const;
@@ -91,7 +92,10 @@ bool IniFile::Private::parse() {
             std::make_unique<IniError>(IniError{IniNoSuchFile, 0, "No such file or directory."});
         return false;
     }
-    IniReader reader(fileName->c_str());
+    return parse(IniReader(fileName->c_str()));
+}
+
+bool IniFile::Private::parse(IniReader&& reader) {
     if (const IniError* state = reader.getParserState()) {
         fprintf(stderr, "Cannot open .ini file \"%s\": %s\n", fileName->c_str(), state->errstr);
         error = std::make_unique<IniError>(*state);
@@ -188,6 +192,13 @@ bool IniFile::parse(const char* fileName) {
     if (!d_->hasName())
         fputs("Cannot parse file: Filename is empty\n", stderr);
     return d_->parse();
+}
+
+bool IniFile::parseOpened(FILE* stream) {
+    std::optional<std::string> name = d_->fileName;
+    d_->clear();
+    d_->fileName = std::move(name);
+    return d_->parse(IniReader(d_->fileName ? d_->fileName->c_str() : "", stream));
 }
 
 bool IniFile::write(const char* fileName) {

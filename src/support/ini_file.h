@@ -3,6 +3,7 @@
 
 #include "support/ini_error.h"
 
+#include <cstdio>
 #include <memory>
 
 namespace kor {
@@ -21,6 +22,8 @@ class IniFile {
     const char* getFilename() const;
     /// Reads fileName, or the current file when null.
     bool parse(const char* fileName);
+    /// Reads the current file from stream, which it closes; null: the file could not be opened.
+    bool parseOpened(FILE* stream);
     /// Writes to fileName, or to the current file when null.
     bool write(const char* fileName);
 

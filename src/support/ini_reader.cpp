@@ -46,14 +46,21 @@ char* findOrComment(char* text, char wanted) {
 } // namespace
 
 IniReader::IniReader(const char* fileName) {
-    if (fileName == nullptr) {
+    if (fileName == nullptr)
         seterr(IniInvalidArgument, "Invalid argument", 0);
-        return;
-    }
+    else
+        takeFile(fileName, fopen(fileName, "r"));
+}
+
+IniReader::IniReader(const char* fileName, FILE* stream) {
+    takeFile(fileName, stream);
+}
+
+void IniReader::takeFile(const char* fileName, FILE* stream) {
     fileName_ = strdup(fileName);
     if (fileName_ == nullptr)
         seterr(IniOutOfMemory, "Out of memory.", 0);
-    stream_ = fopen(fileName, "r");
+    stream_ = stream;
     if (stream_ == nullptr)
         seterr(IniNoSuchFile, "No such file or directory.", 0);
 }

@@ -15,6 +15,9 @@ class IniReader {
     using Handler = int (*)(void* user, const char* section, const char* name, const char* value);
 
     explicit IniReader(const char* fileName);
+    /// Reads the file of that name from stream, which it closes; null: the file could not be
+    /// opened.
+    IniReader(const char* fileName, FILE* stream);
     ~IniReader();
     IniReader(const IniReader&) = delete;
     IniReader& operator=(const IniReader&) = delete;
@@ -25,6 +28,8 @@ class IniReader {
     void seterr(int code, const char* text, int line);
 
   private:
+    void takeFile(const char* fileName, FILE* stream);
+
     bool error_ = false;
     FILE* stream_ = nullptr;
     char* fileName_ = nullptr;

@@ -66,8 +66,8 @@ void checkFiles(Findings& findings, const Files& files, const Values& settings) 
     }
     if (!broken.empty())
         findings.broken(join(broken, "; "),
-                        "the library ignores such a file as a whole: correct it, let it be "
-                        "readable, or remove it");
+                        "the library ignores such a file as a whole: correct it, let it be a "
+                        "readable file of yours or of root's, or remove it");
     else if (!odd.empty())
         findings.warning(join(odd, "; "),
                          "such lines have no effect: kor-gl.conf(5) lists the settings");

@@ -3,6 +3,7 @@
 #include "config/settings_lookup.h"
 #include "support/ini_file.h"
 #include "support/ini_reader.h"
+#include "support/trusted_file.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -11,8 +12,6 @@
 #include <memory>
 #include <stdexcept>
 #include <strings.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 namespace kordoctor {
 
@@ -93,9 +92,13 @@ struct EntryCollector {
     }
 };
 
+kor::TrustedFile openAsLibrary(const SettingsFile& file) {
+    return kor::openSettingsFile(file.path.c_str(), strcmp(file.whose, "system") == 0);
+}
+
 // The line of each entry: the reader tells the line at which its user wants no more.
-int lineOf(const std::string& path, size_t entry) {
-    kor::IniReader reader(path.c_str());
+int lineOf(const SettingsFile& file, size_t entry) {
+    kor::IniReader reader(file.path.c_str(), openAsLibrary(file).stream);
     EntryCollector collector;
     collector.stopAt = entry;
     reader.parseIniFile(EntryCollector::store, &collector);
@@ -104,16 +107,17 @@ int lineOf(const std::string& path, size_t entry) {
 }
 
 void readFile(SettingsFile& file) {
-    struct stat status {};
-    if (stat(file.path.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) {
-        file.problem = "is no ordinary file";
+    const kor::TrustedFile opened = openAsLibrary(file);
+    if (opened.refusal != nullptr) {
+        file.refused = true;
+        file.problem = opened.refusal;
         return;
     }
-    if (access(file.path.c_str(), R_OK) != 0) {
+    if (opened.stream == nullptr) {
         file.problem = std::string("cannot be read: ") + strerror(errno);
         return;
     }
-    kor::IniReader reader(file.path.c_str());
+    kor::IniReader reader(file.path.c_str(), opened.stream);
     EntryCollector collector;
     reader.parseIniFile(EntryCollector::store, &collector);
     if (const kor::IniError* error = reader.getParserState()) {
@@ -125,7 +129,7 @@ void readFile(SettingsFile& file) {
     }
     file.entries = std::move(collector.entries);
     for (size_t i = 0; i < file.entries.size(); ++i)
-        file.entries[i].line = lineOf(file.path, i);
+        file.entries[i].line = lineOf(file, i);
 }
 
 bool isSame(const std::string& a, const char* b) {
@@ -211,12 +215,12 @@ std::vector<Row> table() {
 std::vector<SettingsFile> readSettingsFiles() {
     std::vector<SettingsFile> files;
     for (const auto& [whose, path] : OneSource().places()) {
-        files.push_back({whose, path, "", 0, false, {}});
+        files.push_back({whose, path, "", 0, false, false, {}});
         readFile(files.back());
     }
     // A broken system file takes the user's with it.
     if (!files.empty() && strcmp(files.back().whose, "system") == 0 &&
-        !files.back().problem.empty())
+        !files.back().problem.empty() && !files.back().refused)
         for (SettingsFile& file : files)
             if (strcmp(file.whose, "user's") == 0)
                 file.ignored = true;

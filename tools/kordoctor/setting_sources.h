@@ -12,6 +12,7 @@ struct SettingsFile {
     std::string path;
     std::string problem;  // why the library cannot use it; empty when it can
     int problemLine = 0;  // 0: not a line's fault
+    bool refused = false; // the library does not even read it: see kor::openSettingsFile
     bool ignored = false; // it is in order, but the library drops it because of another one
 
     struct Entry {

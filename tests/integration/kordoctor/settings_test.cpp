@@ -92,6 +92,19 @@ TEST_F(DoctorTest, FileThatCannotBeReadIsSaid) {
     EXPECT_THAT(folder["settings-files"].result, HasSubstr(path(userFile)));
 }
 
+TEST_F(DoctorTest, FileThatTheLibraryRefusesIsSaidAndWhy) {
+    put("elsewhere", "[gl]\ncopyback-frame-rate = 20\n");
+    std::filesystem::create_directories(path(".config/kor"));
+    std::filesystem::create_symlink(path("elsewhere"), path(userFile));
+    const Diagnosis linked = diagnoseBlindly();
+    EXPECT_THAT(linked["settings-files"], HasStatus("broken"));
+    EXPECT_EQ(linked["settings-files"].result, path(userFile) + " is a symbolic link");
+    EXPECT_EQ(linked["setting.copyback-frame-rate"].result, "30 (default)");
+    std::filesystem::remove(path(userFile));
+    ASSERT_EQ(mkfifo(path(userFile).c_str(), 0600), 0);
+    EXPECT_EQ(diagnoseBlindly()["settings-files"].result, path(userFile) + " is no regular file");
+}
+
 TEST_F(DoctorTest, VariablesThatNobodyReadsAreNamed) {
     const Diagnosis found =
         diagnoseBlindly({{"KOR_GL_FRAMERATE", "20"}, {"KOR_GL_READBACK_INTERVAL", "5"}});

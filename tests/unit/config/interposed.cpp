@@ -5,7 +5,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <fcntl.h>
 #include <string_view>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
 
@@ -17,11 +19,14 @@ std::string uptimeFile;
 std::optional<std::string> executableLink;
 int failingAllocations;
 std::function<void()> onAllocation;
+std::function<void()> onLook;
+std::optional<std::pair<std::string, std::string>> standIn;
+std::optional<uid_t> effectiveUser;
 std::optional<timeval> timeOfDay;
 
 namespace {
 
-std::string redirected(const char* name) {
+std::string withoutStandIn(const char* name) {
     constexpr std::string_view system = "/etc/kor/";
     const std::string_view path(name);
     if (!systemFolder.empty() && path.starts_with(system))
@@ -29,6 +34,11 @@ std::string redirected(const char* name) {
     if (!uptimeFile.empty() && path == "/proc/uptime")
         return uptimeFile;
     return name;
+}
+
+std::string redirected(const char* name) {
+    const std::string path = withoutStandIn(name);
+    return standIn && standIn->first.ends_with(path) ? standIn->second : path;
 }
 
 } // namespace
@@ -41,9 +51,27 @@ int __wrap_access(const char* name, int mode) {
     return __real_access(redirected(name).c_str(), mode);
 }
 
+int __real_lstat(const char*, struct stat*);
+int __wrap_lstat(const char* name, struct stat* status) {
+    const int result = __real_lstat(redirected(name).c_str(), status);
+    if (onLook)
+        std::exchange(onLook, nullptr)();
+    return result;
+}
+
+int __real_open(const char*, int, ...);
+int __wrap_open(const char* name, int flags, mode_t mode) {
+    return __real_open(redirected(name).c_str(), flags, mode);
+}
+
 FILE* __real_fopen(const char*, const char*);
 FILE* __wrap_fopen(const char* name, const char* mode) {
     return __real_fopen(redirected(name).c_str(), mode);
+}
+
+uid_t __real_geteuid();
+uid_t __wrap_geteuid() {
+    return effectiveUser ? *effectiveUser : __real_geteuid();
 }
 
 ssize_t __real_readlink(const char*, char*, size_t);

@@ -5,6 +5,8 @@
 #include <optional>
 #include <string>
 #include <sys/time.h>
+#include <sys/types.h>
+#include <utility>
 #include <vector>
 
 namespace kor::test {
@@ -21,6 +23,12 @@ extern std::optional<std::string> executableLink;
 extern int failingAllocations;
 /// Called by the next call of calloc, once.
 extern std::function<void()> onAllocation;
+/// Called after the next call of lstat, once.
+extern std::function<void()> onLook;
+/// A file's full name, and the name of what is found in its place.
+extern std::optional<std::pair<std::string, std::string>> standIn;
+/// The effective user instead of the real one.
+extern std::optional<uid_t> effectiveUser;
 /// The time of day instead of the real one.
 extern std::optional<timeval> timeOfDay;
 
