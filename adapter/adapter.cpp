@@ -3,6 +3,7 @@
 #include "driver.h"
 #include "driver_trial.h"
 #include "fbconfig_owners.h"
+#include "helper_context.h"
 #include "id_range.h"
 #include "local_displays.h"
 #include "pbuffer_put_error.h"
@@ -58,7 +59,9 @@ void kor_adapter_local_display(Display* display) {
     const DriverHabits habits = tryDriver(display);
     if (habits.putErrors)
         dropPbufferPutErrors(display);
+    addLocalDisplay(display, habits.forgetsFront);
     if (habits.forgetsFront || habits.putErrors)
-        addLocalDisplay(display, habits.forgetsFront);
+        countBindings(display);
+    watchForTheProcessesEnd();
     learnFbconfigs(display);
 }

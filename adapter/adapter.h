@@ -17,6 +17,9 @@
 ///   query_state.h              questions that leave an error in the application's context
 ///   no_display.h               questions without a display
 ///   driver.h                   a system library that is our own front
+///   late_destroy.h             contexts that keep the buffers of drawables that are gone, and
+///                              pbuffers that are ended and made anew for nothing
+///   helper_context.h           a destroy with no context current; new pbuffers that are not clear
 /// bound_objects.h keeps what is current alive meanwhile; local_displays.h holds the tables.
 
 /// The name of a symbol that every front library of ours defines, so that none of them is ever

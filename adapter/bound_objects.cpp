@@ -1,6 +1,8 @@
 #include "bound_objects.h"
 
 #include "driver.h"
+#include "helper_context.h"
+#include "late_destroy.h"
 #include "query_state.h"
 
 namespace kor::adapter {
@@ -8,6 +10,7 @@ namespace {
 
 void endContext(Display* display, GLXContext context) {
     forgetQuery(context); // first: the driver may give the address to the next context
+    const ContextForDestroying current(display);
     driver.glXDestroyContext(display, context);
 }
 
@@ -16,14 +19,14 @@ struct Remains {
     Display* display = nullptr;
     GLXContext context = nullptr;
     GLXDrawable drawables[2] = {None, None};
-    DestroyDrawable destroyers[2] = {nullptr, nullptr};
+    DrawableEntry entries[2];
     int count = 0;
 
     void destroy() const {
         if (context)
             endContext(display, context);
         for (int i = 0; i < count; i++)
-            destroyers[i](display, drawables[i]);
+            destroyLater(display, drawables[i], entries[i]);
     }
 };
 
@@ -39,7 +42,7 @@ void leaveDrawable(LocalDisplay& local, GLXDrawable drawable, Remains& remains) 
         !found->second.doomed)
         return;
     remains.drawables[remains.count] = drawable;
-    remains.destroyers[remains.count++] = found->second.destroy;
+    remains.entries[remains.count++] = found->second;
     local.drawables.erase(found);
 }
 
@@ -57,7 +60,7 @@ void enter(const Binding& binding) {
         return;
     const std::lock_guard lock(tablesMutex());
     LocalDisplay* local = findLocalDisplay(binding.display);
-    if (!local)
+    if (!local || !local->countsBindings)
         return;
     local->contexts[binding.context].users++;
     useDrawable(*local, binding.draw);
@@ -81,7 +84,7 @@ bool leave(const Binding& binding, IfDoomed ifDoomed = IfDoomed::Leave) {
     {
         const std::lock_guard lock(tablesMutex());
         LocalDisplay* local = findLocalDisplay(binding.display);
-        if (!local)
+        if (!local || !local->countsBindings)
             return true;
         if (ifDoomed == IfDoomed::Keep && isDoomed(*local, binding.context))
             return false;
@@ -118,10 +121,11 @@ bool isCurrent(const Binding& wanted) {
 } // namespace
 
 void addDrawable(Display* display, GLXDrawable drawable, GLXFBConfig fbconfig,
-                 DestroyDrawable destroy) {
+                 DestroyDrawable destroy, const PlainSize& plainSize) {
     if (drawable == None)
         return;
     DrawableEntry entry;
+    entry.plainSize = plainSize;
     entry.fbconfig = fbconfig;
     entry.destroy = destroy;
     int doubleBuffered = 0;
@@ -133,6 +137,9 @@ void addDrawable(Display* display, GLXDrawable drawable, GLXFBConfig fbconfig,
 }
 
 void destroyDrawable(Display* display, GLXDrawable drawable, DestroyDrawable destroy) {
+    DrawableEntry entry;
+    entry.destroy = destroy;
+    bool known = false;
     {
         const std::lock_guard lock(tablesMutex());
         if (LocalDisplay* local = findLocalDisplay(display)) {
@@ -141,11 +148,18 @@ void destroyDrawable(Display* display, GLXDrawable drawable, DestroyDrawable des
                 found->second.doomed = true;
                 return;
             }
-            if (found != local->drawables.end())
+            if (found != local->drawables.end()) {
+                entry = found->second;
+                known = true;
                 local->drawables.erase(found);
+            }
         }
     }
-    destroy(display, drawable);
+    entry.destroy = destroy;
+    if (known)
+        destroyLater(display, drawable, entry);
+    else // nothing that was made here, or dead already: let the driver answer
+        destroy(display, drawable);
 }
 
 void destroyContext(Display* display, GLXContext context) {
@@ -165,12 +179,17 @@ void destroyContext(Display* display, GLXContext context) {
 void keepCurrentContext(Display* display, GLXContext context) {
     if (driver.glXGetCurrentContext() != context || driver.glXGetCurrentDisplay() != display)
         return;
+    bool known = false;
     {
         const std::lock_guard lock(tablesMutex());
-        if (findLocalDisplay(display))
+        const LocalDisplay* local = findLocalDisplay(display);
+        if (local && local->countsBindings)
             return;
+        known = local != nullptr;
     }
-    addLocalDisplay(display, false);
+    if (!known)
+        addLocalDisplay(display, false);
+    countBindings(display);
     const Binding current{display, driver.glXGetCurrentDrawable(),
                           driver.glXGetCurrentReadDrawable(), context};
     enter(current);

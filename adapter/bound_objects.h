@@ -12,17 +12,17 @@ namespace kor::adapter {
 /// destroy function only when the last thread has left it: from the start on a driver that needs
 /// help, on others from the first context on that is destroyed while its thread has it current.
 
-/// Drawables made through the adapter. A display that needs no help ignores all of these.
+/// Drawables made through the adapter. `plainSize` is for pbuffers.
 void addDrawable(Display* display, GLXDrawable drawable, GLXFBConfig fbconfig,
-                 DestroyDrawable destroy);
-/// Destroys now or, when it is in use, later.
+                 DestroyDrawable destroy, const PlainSize& plainSize = {});
+/// Destroys later (late_destroy.h): when it is in use, after that.
 void destroyDrawable(Display* display, GLXDrawable drawable, DestroyDrawable destroy);
 /// The same for a context. One that the thread leaves lives on until the thread changes its context
 /// once more without having come back.
 void destroyContext(Display* display, GLXContext context);
 
-/// On a display without an entry: makes one if the context is current in this thread, so that
-/// destroyContext can keep it.
+/// On a display that counts no bindings: begins to, if the context is current in this thread, so
+/// that destroyContext can keep it.
 void keepCurrentContext(Display* display, GLXContext context);
 
 /// Keeps a drawable alive for a scope, and gives what is known of it.

@@ -40,12 +40,16 @@ bool SystemLibrary::isOurs() const {
 }
 
 bool Driver::canMendFront() const {
-    return glXSwapBuffers && glXMakeContextCurrent && glXCreatePbuffer && glXDestroyPbuffer &&
-           glXCreateNewContext && glXDestroyContext && glXGetCurrentContext &&
-           glXGetCurrentDisplay && glXGetCurrentDrawable && glXGetCurrentReadDrawable &&
-           glXQueryExtension && glXChooseFBConfig && glXGetFBConfigAttrib &&
-           glXGetVisualFromFBConfig && glXQueryDrawable && glBlitFramebuffer && glClear &&
-           glClearColor && glDrawBuffer && glFinish && glFlush && glReadBuffer && glReadPixels;
+    return canLendContext() && glXSwapBuffers && glXQueryExtension && glXQueryDrawable &&
+           glBlitFramebuffer && glClear && glClearColor && glDrawBuffer && glFinish && glFlush &&
+           glReadBuffer && glReadPixels;
+}
+
+bool Driver::canLendContext() const {
+    return glXMakeContextCurrent && glXCreatePbuffer && glXDestroyPbuffer && glXCreateNewContext &&
+           glXDestroyContext && glXGetCurrentContext && glXGetCurrentDisplay &&
+           glXGetCurrentDrawable && glXGetCurrentReadDrawable && glXChooseFBConfig &&
+           glXGetFBConfigAttrib && glXGetVisualFromFBConfig;
 }
 
 void useSource(const FunctionSource& chosen) {

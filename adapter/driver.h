@@ -84,6 +84,8 @@ struct Driver {
 #undef KOR_DRIVER_POINTER
     /// False where a function is missing without which no front buffer can be tried or mended.
     bool canMendFront() const;
+    /// False where one is missing without which no context of ours can be made current meanwhile.
+    bool canLendContext() const;
 };
 
 /// Written once, by useSource, before any exported name is looked up; read without a lock.

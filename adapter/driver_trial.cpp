@@ -61,40 +61,6 @@ struct XFreeDeleter {
     void operator()(void* data) const { XFree(data); }
 };
 
-/// A double-buffered config for pbuffers; one of depth 24 with alpha where there is one, since that
-/// is where drivers err.
-GLXFBConfig chooseConfig(Display* display) {
-    const std::array<int, 15> wanted{GLX_DRAWABLE_TYPE,
-                                     GLX_PBUFFER_BIT,
-                                     GLX_RENDER_TYPE,
-                                     GLX_RGBA_BIT,
-                                     GLX_DOUBLEBUFFER,
-                                     True,
-                                     GLX_RED_SIZE,
-                                     8,
-                                     GLX_GREEN_SIZE,
-                                     8,
-                                     GLX_BLUE_SIZE,
-                                     8,
-                                     None};
-    int count = 0;
-    const std::unique_ptr<GLXFBConfig[], XFreeDeleter> configs(
-        driver.glXChooseFBConfig(display, DefaultScreen(display), wanted.data(), &count));
-    if (!configs || count == 0)
-        return nullptr;
-    for (int i = 0; i < count; i++) {
-        int alpha = 0;
-        driver.glXGetFBConfigAttrib(display, configs[i], GLX_ALPHA_SIZE, &alpha);
-        if (alpha == 0)
-            continue;
-        const std::unique_ptr<XVisualInfo, XFreeDeleter> visual(
-            driver.glXGetVisualFromFBConfig(display, configs[i]));
-        if (visual && visual->depth == 24)
-            return configs[i];
-    }
-    return configs[0];
-}
-
 /// The pbuffer and the two contexts of one trial.
 class Trial {
   public:
@@ -143,6 +109,38 @@ class Trial {
 
 } // namespace
 
+GLXFBConfig choosePbufferConfig(Display* display) {
+    const std::array<int, 15> wanted{GLX_DRAWABLE_TYPE,
+                                     GLX_PBUFFER_BIT,
+                                     GLX_RENDER_TYPE,
+                                     GLX_RGBA_BIT,
+                                     GLX_DOUBLEBUFFER,
+                                     True,
+                                     GLX_RED_SIZE,
+                                     8,
+                                     GLX_GREEN_SIZE,
+                                     8,
+                                     GLX_BLUE_SIZE,
+                                     8,
+                                     None};
+    int count = 0;
+    const std::unique_ptr<GLXFBConfig[], XFreeDeleter> configs(
+        driver.glXChooseFBConfig(display, DefaultScreen(display), wanted.data(), &count));
+    if (!configs || count == 0)
+        return nullptr;
+    for (int i = 0; i < count; i++) {
+        int alpha = 0;
+        driver.glXGetFBConfigAttrib(display, configs[i], GLX_ALPHA_SIZE, &alpha);
+        if (alpha == 0)
+            continue;
+        const std::unique_ptr<XVisualInfo, XFreeDeleter> visual(
+            driver.glXGetVisualFromFBConfig(display, configs[i]));
+        if (visual && visual->depth == 24)
+            return configs[i];
+    }
+    return configs[0];
+}
+
 DriverHabits tryDriver(Display* display) {
     DriverHabits habits;
     if (!driver.canMendFront())
@@ -150,7 +148,7 @@ DriverHabits tryDriver(Display* display) {
     const ErrorTrap trap(display);
     if (!driver.glXQueryExtension(display, nullptr, nullptr))
         return habits;
-    GLXFBConfig config = chooseConfig(display);
+    GLXFBConfig config = choosePbufferConfig(display);
     if (!config)
         return habits;
     {

@@ -1,7 +1,7 @@
 #ifndef KOR_ADAPTER_DRIVER_TRIAL_H
 #define KOR_ADAPTER_DRIVER_TRIAL_H
 
-#include <X11/Xlib.h>
+#include "core/gl_headers.h"
 
 namespace kor::adapter {
 
@@ -16,6 +16,10 @@ struct DriverHabits {
 /// what the thread has current is put back, and no error of the trial reaches an error handler. A
 /// driver that cannot be tried has no bad habits.
 DriverHabits tryDriver(Display* display);
+
+/// A double-buffered config for pbuffers, null where there is none; one of depth 24 with alpha
+/// where there is one, since that is where drivers err.
+GLXFBConfig choosePbufferConfig(Display* display);
 
 } // namespace kor::adapter
 

@@ -4,6 +4,8 @@
 #include "driver.h"
 #include "fbconfig_owners.h"
 #include "front_buffer.h"
+#include "helper_context.h"
+#include "late_destroy.h"
 #include "no_display.h"
 #include "pbuffer_put_error.h"
 #include "query_state.h"
@@ -16,27 +18,37 @@
 namespace kor::adapter {
 namespace {
 
+/// Around the driver's make-current, whichever it is.
+template <typename Call>
+Bool changeBinding(Display* display, GLXDrawable draw, GLXDrawable read, GLXContext context,
+                   Call call) {
+    endRow();
+    Bool accepted = False;
+    if (noHelpNeeded()) {
+        accepted = call();
+    } else {
+        finishBeforeLeaving();
+        BindingChange change(display, draw, read, context);
+        accepted = call();
+        change.finish(accepted);
+    }
+    if (accepted && context)
+        destroyLeft(display);
+    return accepted;
+}
+
 Bool makeContextCurrent(Display* display, GLXDrawable draw, GLXDrawable read, GLXContext context) {
     releaseWithoutContext(context, draw, read);
-    if (noHelpNeeded())
+    return changeBinding(display, draw, read, context, [&] {
         return driver.glXMakeContextCurrent(display, draw, read, context);
-    finishBeforeLeaving();
-    BindingChange change(display, draw, read, context);
-    const Bool accepted = driver.glXMakeContextCurrent(display, draw, read, context);
-    change.finish(accepted);
-    return accepted;
+    });
 }
 
 Bool makeCurrent(Display* display, GLXDrawable drawable, GLXContext context) {
     GLXDrawable read = drawable;
     releaseWithoutContext(context, drawable, read);
-    if (noHelpNeeded())
-        return driver.glXMakeCurrent(display, drawable, context);
-    finishBeforeLeaving();
-    BindingChange change(display, drawable, drawable, context);
-    const Bool accepted = driver.glXMakeCurrent(display, drawable, context);
-    change.finish(accepted);
-    return accepted;
+    return changeBinding(display, drawable, drawable, context,
+                         [&] { return driver.glXMakeCurrent(display, drawable, context); });
 }
 
 /// What the adapter does for a pbuffer when it dies, at once or after the last thread left it.
@@ -49,51 +61,57 @@ template <auto destroy> void destroyPixmap(Display* display, GLXDrawable pixmap)
     (driver.*destroy)(display, pixmap);
 }
 
+template <DestroyDrawable destroy> void destroyFixed(Display* display, GLXDrawable drawable) {
+    endRow();
+    destroyDrawable(display, drawable, destroy);
+}
+
 GLXPbuffer createPbuffer(Display* display, GLXFBConfig config, const int* attributes) {
     config = ownFbconfig(display, config);
-    if (noHelpNeeded())
-        return driver.glXCreatePbuffer(display, config, attributes);
-    const GLXPbuffer made = driver.glXCreatePbuffer(display, config, attributes);
-    addPbuffer(display, made);
-    addDrawable(display, made, config, destroyPbuffer<&Driver::glXDestroyPbuffer>);
+    const PlainSize size = plainSizeOf(attributes);
+    if (const GLXPbuffer same = takeBack(display, config, size))
+        return same;
+    const GLXPbuffer made = makeCleared(display, config, [&] {
+        const GLXPbuffer pbuffer = driver.glXCreatePbuffer(display, config, attributes);
+        addPbuffer(display, pbuffer);
+        return pbuffer;
+    });
+    addDrawable(display, made, config, destroyPbuffer<&Driver::glXDestroyPbuffer>, size);
     return made;
 }
 
 GLXPbufferSGIX createPbufferSGIX(Display* display, GLXFBConfigSGIX config, unsigned width,
                                  unsigned height, int* attributes) {
+    endRow();
     config = ownFbconfig(display, config);
-    if (noHelpNeeded())
-        return driver.glXCreateGLXPbufferSGIX(display, config, width, height, attributes);
-    const GLXPbufferSGIX made =
-        driver.glXCreateGLXPbufferSGIX(display, config, width, height, attributes);
-    addPbuffer(display, made);
+    const GLXPbufferSGIX made = makeCleared(display, config, [&] {
+        const GLXPbufferSGIX pbuffer =
+            driver.glXCreateGLXPbufferSGIX(display, config, width, height, attributes);
+        addPbuffer(display, pbuffer);
+        return pbuffer;
+    });
     addDrawable(display, made, config, destroyPbuffer<&Driver::glXDestroyGLXPbufferSGIX>);
     return made;
 }
 
 GLXPixmap createPixmap(Display* display, GLXFBConfig config, Pixmap pixmap, const int* attributes) {
+    endRow();
     config = ownFbconfig(display, config);
     const GLXPixmap made = driver.glXCreatePixmap(display, config, pixmap, attributes);
-    if (!noHelpNeeded())
-        addDrawable(display, made, config, destroyPixmap<&Driver::glXDestroyPixmap>);
+    addDrawable(display, made, config, destroyPixmap<&Driver::glXDestroyPixmap>);
     return made;
 }
 
 GLXPixmap createPixmapSGIX(Display* display, GLXFBConfigSGIX config, Pixmap pixmap) {
+    endRow();
     config = ownFbconfig(display, config);
     const GLXPixmap made = driver.glXCreateGLXPixmapWithConfigSGIX(display, config, pixmap);
-    if (!noHelpNeeded())
-        addDrawable(display, made, config, destroyPixmap<&Driver::glXDestroyGLXPixmap>);
+    addDrawable(display, made, config, destroyPixmap<&Driver::glXDestroyGLXPixmap>);
     return made;
 }
 
-template <auto destroy, auto helped> void destroyFixed(Display* display, GLXDrawable drawable) {
-    if (noHelpNeeded())
-        return (driver.*destroy)(display, drawable);
-    destroyDrawable(display, drawable, helped);
-}
-
 void destroyContextFixed(Display* display, GLXContext context) {
+    endRow();
     if (context)
         keepCurrentContext(display, context);
     destroyContext(display, context);
@@ -143,15 +161,11 @@ void* findFixed(const char* name) {
         fixed("glXCreateGLXPbufferSGIX", createPbufferSGIX),
         fixed("glXCreatePixmap", createPixmap),
         fixed("glXCreateGLXPixmapWithConfigSGIX", createPixmapSGIX),
-        fixed("glXDestroyPbuffer",
-              destroyFixed<&Driver::glXDestroyPbuffer, destroyPbuffer<&Driver::glXDestroyPbuffer>>),
+        fixed("glXDestroyPbuffer", destroyFixed<destroyPbuffer<&Driver::glXDestroyPbuffer>>),
         fixed("glXDestroyGLXPbufferSGIX",
-              destroyFixed<&Driver::glXDestroyGLXPbufferSGIX,
-                           destroyPbuffer<&Driver::glXDestroyGLXPbufferSGIX>>),
-        fixed("glXDestroyPixmap",
-              destroyFixed<&Driver::glXDestroyPixmap, destroyPixmap<&Driver::glXDestroyPixmap>>),
-        fixed("glXDestroyGLXPixmap", destroyFixed<&Driver::glXDestroyGLXPixmap,
-                                                  destroyPixmap<&Driver::glXDestroyGLXPixmap>>),
+              destroyFixed<destroyPbuffer<&Driver::glXDestroyGLXPbufferSGIX>>),
+        fixed("glXDestroyPixmap", destroyFixed<destroyPixmap<&Driver::glXDestroyPixmap>>),
+        fixed("glXDestroyGLXPixmap", destroyFixed<destroyPixmap<&Driver::glXDestroyGLXPixmap>>),
         fixed("glXDestroyContext", destroyContextFixed),
         fixed("glXCreateNewContext", createNewContext),
         fixed("glXCreateContextAttribsARB", createContextAttribs),

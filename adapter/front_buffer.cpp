@@ -3,68 +3,16 @@
 #include "bound_objects.h"
 #include "current_state.h"
 #include "driver.h"
+#include "helper_context.h"
+#include "late_destroy.h"
 
 namespace kor::adapter {
 namespace {
 
-/// A context for one copy, taken from the idle ones of its connection and fbconfig or made anew: no
-/// other thread has it meanwhile. It draws to front and reads from back, whatever it was used for.
-class HelperContext {
-  public:
-    HelperContext(Display* display, GLXFBConfig fbconfig) : display_(display), fbconfig_(fbconfig) {
-        {
-            const std::lock_guard lock(tablesMutex());
-            LocalDisplay* local = findLocalDisplay(display);
-            if (local) {
-                const auto idle = local->idleHelpers.find(fbconfig);
-                if (idle != local->idleHelpers.end() && !idle->second.empty()) {
-                    context_ = idle->second.back();
-                    idle->second.pop_back();
-                }
-            }
-        }
-        if (!context_)
-            context_ = driver.glXCreateNewContext(display, fbconfig, renderType(), nullptr, True);
-    }
-    ~HelperContext() {
-        if (!context_)
-            return;
-        {
-            const std::lock_guard lock(tablesMutex());
-            if (LocalDisplay* local = findLocalDisplay(display_)) {
-                local->idleHelpers[fbconfig_].push_back(context_);
-                return;
-            }
-        }
-        driver.glXDestroyContext(display_, context_);
-    }
-    HelperContext(const HelperContext&) = delete;
-    HelperContext& operator=(const HelperContext&) = delete;
-
-    GLXContext get() const { return context_; }
-
-  private:
-    int renderType() const {
-        int types = 0;
-        driver.glXGetFBConfigAttrib(display_, fbconfig_, GLX_RENDER_TYPE, &types);
-        if (types & GLX_RGBA_BIT)
-            return GLX_RGBA_TYPE;
-        if (types & GLX_RGBA_FLOAT_BIT_ARB)
-            return GLX_RGBA_FLOAT_TYPE_ARB;
-        if (types & GLX_RGBA_UNSIGNED_FLOAT_BIT_EXT)
-            return GLX_RGBA_UNSIGNED_FLOAT_TYPE_EXT;
-        return GLX_RGBA_TYPE;
-    }
-
-    Display* display_;
-    GLXFBConfig fbconfig_;
-    GLXContext context_ = nullptr;
-};
-
 void copyBackToFront(Display* display, GLXDrawable drawable, DrawableUse& use) {
     const GLint width = static_cast<GLint>(use.width());
     const GLint height = static_cast<GLint>(use.height());
-    const HelperContext helper(display, use.fbconfig());
+    const HelperContext helper(display, use.fbconfig()); // draws to front and reads from back
     if (!helper.get())
         return;
     CurrentState application; // gives the application's context back before the helper goes idle
@@ -92,6 +40,7 @@ void copyBackToFront(Display* display, GLXDrawable drawable, DrawableUse& use) {
 } // namespace
 
 void swapBuffersKeepingFront(Display* display, GLXDrawable drawable) {
+    endRow();
     if (noHelpNeeded())
         return driver.glXSwapBuffers(display, drawable);
     copyAndSwap(display, drawable);

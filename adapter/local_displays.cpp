@@ -1,6 +1,7 @@
 #include "local_displays.h"
 
 #include "driver.h"
+#include "late_destroy.h"
 
 #include <X11/Xlibint.h>
 #undef min
@@ -32,6 +33,18 @@ Tables& tables() {
     return *made;
 }
 
+void endLocalDisplay(Display* display, const LocalDisplay& closed) {
+    std::vector<Helper> helpers;
+    for (const auto& idle : closed.idleHelpers)
+        helpers.insert(helpers.end(), idle.second.begin(), idle.second.end());
+    destroyAtClose(display, closed.left, helpers.empty() ? Helper() : helpers.front());
+    for (const Helper& helper : helpers) {
+        driver.glXDestroyContext(display, helper.context);
+        if (helper.pbuffer != None)
+            driver.glXDestroyPbuffer(display, helper.pbuffer);
+    }
+}
+
 int forgetDisplay(Display* display, XExtCodes* /*codes*/) {
     Table::node_type closed;
     {
@@ -40,9 +53,7 @@ int forgetDisplay(Display* display, XExtCodes* /*codes*/) {
     }
     if (closed.empty() || closed.mapped().owner != getpid())
         return 0;
-    for (const auto& helpers : closed.mapped().idleHelpers)
-        for (GLXContext helper : helpers.second)
-            driver.glXDestroyContext(display, helper);
+    endLocalDisplay(display, closed.mapped());
     return 0;
 }
 
@@ -57,6 +68,11 @@ LocalDisplay* findLocalDisplay(Display* display) {
     return found == tables().displays.end() ? nullptr : &found->second;
 }
 
+void forEachLocalDisplay(void (*visit)(LocalDisplay&)) {
+    for (auto& entry : tables().displays)
+        visit(entry.second);
+}
+
 void addLocalDisplay(Display* display, bool forgetsFront) {
     XExtCodes* codes = XAddExtension(display);
     if (!codes)
@@ -67,6 +83,14 @@ void addLocalDisplay(Display* display, bool forgetsFront) {
     entry.forgetsFront = forgetsFront;
     const std::lock_guard lock(tables().mutex);
     tables().displays.insert_or_assign(display, std::move(entry));
+}
+
+void countBindings(Display* display) {
+    const std::lock_guard lock(tables().mutex);
+    LocalDisplay* local = findLocalDisplay(display);
+    if (!local)
+        return;
+    local->countsBindings = true;
     helpNeeded.store(true, std::memory_order_relaxed);
 }
 

@@ -36,12 +36,16 @@ std::atomic<bool> keepFront{true};
 std::atomic<int> calls{0};
 std::atomic<int> contexts{0};
 std::atomic<int> destroyedContexts{0};
+std::atomic<int> pbuffers{0};
+std::atomic<int> bareDestroys{0};
+std::atomic<int> newColour{0};
 std::atomic<int> violations{0};
 std::atomic<int> swapping{0};
 std::atomic<int> swapsAtOnce{0};
 int config = 0;
 thread_local Current current;
 thread_local int clearColour = 0;
+thread_local GLenum drawBuffer = GL_BACK;
 
 } // namespace
 
@@ -58,6 +62,18 @@ int obedientContexts() {
 }
 int obedientLiveContexts() {
     return contexts - destroyedContexts;
+}
+int obedientLivePbuffers() {
+    return pbuffers;
+}
+int obedientBareDestroys() {
+    return bareDestroys;
+}
+void obedientNewPbuffersHave(int colour) {
+    newColour = colour;
+}
+int obedientBack(unsigned long drawable) {
+    return buffers.at(drawable).back;
 }
 int obedientViolations() {
     return violations;
@@ -96,11 +112,16 @@ XVisualInfo* glXGetVisualFromFBConfig(Display*, GLXFBConfig) {
 
 GLXPbuffer glXCreatePbuffer(Display*, GLXFBConfig, const int*) {
     calls++;
-    return ++lastDrawable;
+    pbuffers++;
+    const unsigned long made = ++lastDrawable;
+    buffers.at(made).front = buffers.at(made).back = newColour.load();
+    return made;
 }
 
 void glXDestroyPbuffer(Display*, GLXPbuffer) {
     calls++;
+    pbuffers--;
+    bareDestroys += current.context ? 0 : 1;
 }
 
 void glXQueryDrawable(Display*, GLXDrawable, int, unsigned* value) {
@@ -117,6 +138,7 @@ GLXContext glXCreateNewContext(Display*, GLXFBConfig, int, GLXContext, Bool) {
 void glXDestroyContext(Display*, GLXContext context) {
     calls++;
     destroyedContexts++;
+    bareDestroys += current.context ? 0 : 1;
     delete reinterpret_cast<Context*>(context);
 }
 
@@ -129,6 +151,8 @@ Bool glXMakeContextCurrent(Display* display, GLXDrawable draw, GLXDrawable read,
     if (wanted && ++wanted->currentIn > 1)
         violations++;
     current = {display, draw, read, wanted};
+    drawBuffer = GL_BACK; // as if each context were current for the first time
+    clearColour = 0;
     return True;
 }
 
@@ -175,7 +199,10 @@ void glClearColor(GLfloat red, GLfloat green, GLfloat, GLfloat) {
 
 void glClear(GLbitfield) {
     calls++;
-    buffers.at(current.draw).back = clearColour;
+    if (drawBuffer != GL_FRONT)
+        buffers.at(current.draw).back = clearColour;
+    if (drawBuffer != GL_BACK)
+        buffers.at(current.draw).front = clearColour;
 }
 
 void glReadPixels(GLint, GLint, GLsizei, GLsizei, GLenum, GLenum, void* pixels) {
@@ -186,8 +213,9 @@ void glReadPixels(GLint, GLint, GLsizei, GLsizei, GLenum, GLenum, void* pixels) 
     std::copy(pixel.begin(), pixel.end(), static_cast<unsigned char*>(pixels));
 }
 
-void glDrawBuffer(GLenum) {
+void glDrawBuffer(GLenum buffer) {
     calls++;
+    drawBuffer = buffer;
 }
 void glReadBuffer(GLenum) {
     calls++;

@@ -14,6 +14,14 @@ int obedientCalls();
 int obedientContexts();
 /// Of these, the ones that were not destroyed.
 int obedientLiveContexts();
+/// Pbuffers that were made and not destroyed.
+int obedientLivePbuffers();
+/// Times that a pbuffer or a context was destroyed by a thread with no context current.
+int obedientBareDestroys();
+/// The colour that new pbuffers have in both buffers (black at first).
+void obedientNewPbuffersHave(int colour);
+/// The colour in the back buffer.
+int obedientBack(unsigned long drawable);
 /// Times that a context was made current while another thread had it.
 int obedientViolations();
 /// The colour in the front buffer: red in the upper byte, green in the lower.

@@ -1,12 +1,7 @@
-#include "local_display_test.h"
-
-#include "adapter/adapter.h"
-#include "fresh_adapter.h"
-#include "obedient_driver.h"
+#include "obedient_driver_case.h"
 
 #include <atomic>
 #include <csignal>
-#include <dlfcn.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -14,63 +9,27 @@
 namespace kor::test {
 namespace {
 
-/// The adapter in front of the made-up driver, on a connection to a real server.
-class ObedientDriver : public testing::Test {
-  protected:
-    template <typename Function> Function* control(const char* name) const {
-        return reinterpret_cast<Function*>(dlsym(driver, name));
-    }
-    void prepare(bool keepsFront) {
-        ASSERT_TRUE(adapter.init(driver));
-        control<decltype(obedientKeepFront)>("obedientKeepFront")(keepsFront);
-        adapter.find<decltype(kor_adapter_local_display)>("kor_adapter_local_display")(display);
-        create = adapter.find<decltype(glXCreatePbuffer)>("glXCreatePbuffer");
-        swap = adapter.find<decltype(glXSwapBuffers)>("glXSwapBuffers");
-        makeCurrent = adapter.find<decltype(glXMakeCurrent)>("glXMakeCurrent");
-        destroy = adapter.find<decltype(glXDestroyPbuffer)>("glXDestroyPbuffer");
-    }
-    int calls() const { return control<decltype(obedientCalls)>("obedientCalls")(); }
-    int contexts() const { return control<decltype(obedientContexts)>("obedientContexts")(); }
-    GLXContext makeDriverContext() const {
-        return control<decltype(glXCreateNewContext)>("glXCreateNewContext")(
-            display, nullptr, GLX_RGBA_TYPE, nullptr, True);
-    }
-    /// Draws red and swaps.
-    void frame(GLXDrawable drawable) const {
-        control<decltype(glClearColor)>("glClearColor")(1, 0, 0, 1);
-        control<decltype(glClear)>("glClear")(GL_COLOR_BUFFER_BIT);
-        swap(display, drawable);
-    }
-    int front(GLXDrawable drawable) const {
-        return control<decltype(obedientFront)>("obedientFront")(drawable);
-    }
-    static constexpr int Red = 0xff00;
-
-    const FreshAdapter adapter;
-    void* driver = adapter.openElsewhere(KOR_OBEDIENT_DRIVER);
-    Connection display{false};
-    decltype(&glXCreatePbuffer) create = nullptr;
-    decltype(&glXSwapBuffers) swap = nullptr;
-    decltype(&glXMakeCurrent) makeCurrent = nullptr;
-    decltype(&glXDestroyPbuffer) destroy = nullptr;
-};
-
 TEST_F(ObedientDriver, ThatNeedsNoHelpGetsNone) {
     prepare(true);
     GLXContext context = makeDriverContext();
-    const int contextsBefore = contexts();
     const GLXPbuffer drawable = create(display, nullptr, nullptr);
+    const int contextsBefore = contexts();
     const int before = calls();
     makeCurrent(display, drawable, context);
     EXPECT_GT(calls(), before);
     const int drawn = calls();
     frame(drawable);
     EXPECT_EQ(calls(), drawn + 3) << "the colour, the clear and one swap";
-    destroy(display, drawable);
+    makeCurrent(display, None, nullptr);
     EXPECT_EQ(calls(), drawn + 4);
+    destroy(display, drawable);
+    EXPECT_EQ(calls(), drawn + 4) << "later, when a context is current again";
+    makeCurrent(display, create(display, nullptr, nullptr), context);
+    const int destroyed = calls();
+    makeCurrent(display, None, nullptr);
+    EXPECT_EQ(calls(), destroyed + 1) << "nothing is left to do";
     EXPECT_EQ(contexts(), contextsBefore);
     EXPECT_EQ(front(drawable), Red);
-    makeCurrent(display, None, nullptr);
 }
 
 TEST_F(ObedientDriver, ThatNeedsNoHelpKeepsAContextDestroyedWhileCurrentUntilItIsLeft) {
