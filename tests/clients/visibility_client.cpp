@@ -1,5 +1,5 @@
-// visibility_client map|partly|fully: a window that is unmapped and mapped again, or covered by
-// another one in part or in whole.
+// visibility_client map|partly|fully|early: a window that is unmapped and mapped again, covered by
+// another one in part or in whole, or drawn to before it is shown.
 #include "client.h"
 #include "draw.h"
 
@@ -71,10 +71,33 @@ void coverFully(Display* display, const XVisualInfo* visual, Window window) {
     drawFrame(display, window, 9, "uncovered, second frame");
 }
 
+// What was drawn while the window was hidden is there when it is swapped after that, however often
+// the window has come and gone.
+void drawEarly(Display* display, const XVisualInfo* visual, GLXContext context) {
+    const Window window = createUnmappedWindow(display, visual, kPlace);
+    makeCurrent(display, window, context);
+    for (unsigned seed = 1; seed < 4; ++seed) {
+        const Picture picture(kWidth, kHeight, seed);
+        drawQuad(picture);
+        mapWindow(display, window);
+        glViewport(0, 0, kWidth, kHeight); // the library looks at the window again
+        if (seed > 1) {
+            unmapWindow(display, window);
+            glViewport(0, 0, kWidth, kHeight);
+            mapWindow(display, window);
+        }
+        glXSwapBuffers(display, window);
+        requireShown(display, window, picture, "drawn before it was shown");
+        unmapWindow(display, window);
+        glXSwapBuffers(display, window);
+    }
+    XDestroyWindow(display, window);
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
-    require(argc == 2, "one argument: map, partly or fully");
+    require(argc == 2, "one argument: map, partly, fully or early");
     Display* const display = openDisplay();
     XVisualInfo* const visual = chooseVisual(display, Buffering::Double);
     const Window window = createWindow(display, visual, kPlace);
@@ -86,8 +109,10 @@ int main(int argc, char** argv) {
         coverPartly(display, visual, window);
     else if (std::strcmp(argv[1], "fully") == 0)
         coverFully(display, visual, window);
+    else if (std::strcmp(argv[1], "early") == 0)
+        drawEarly(display, visual, context);
     else
-        fail("an argument among map, partly and fully");
+        fail("an argument among map, partly, fully and early");
     glXMakeCurrent(display, None, nullptr);
     glXDestroyContext(display, context);
     XDestroyWindow(display, window);

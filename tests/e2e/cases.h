@@ -65,6 +65,7 @@ inline std::vector<ClientCase> clientCases() {
         {.name = "UnmapAndMap", .command = {"visibility_client", "map"}},
         {.name = "PartlyObscured", .command = {"visibility_client", "partly"}},
         {.name = "FullyObscured", .command = {"visibility_client", "fully"}},
+        {.name = "DrawnBeforeItIsShown", .command = {"visibility_client", "early"}},
     };
 }
 
