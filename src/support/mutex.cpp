@@ -3,6 +3,7 @@
 #include "support/log.h"
 
 #include <cstring>
+#include <ctime>
 
 namespace kor {
 
@@ -14,6 +15,18 @@ Mutex::Mutex() {
 Mutex::~Mutex() {
     if (const int error = pthread_mutex_destroy(&mutex_))
         KOR_SUPPORT_DEBUG("Cannot destroy mutex (%s)\n", strerror(error));
+}
+
+bool Mutex::lockWithin(unsigned milliseconds) {
+    timespec end{};
+    clock_gettime(CLOCK_MONOTONIC, &end);
+    end.tv_sec += milliseconds / 1000;
+    end.tv_nsec += static_cast<long>(milliseconds % 1000) * 1000000;
+    if (end.tv_nsec >= 1000000000) {
+        end.tv_nsec -= 1000000000;
+        ++end.tv_sec;
+    }
+    return pthread_mutex_clocklock(&mutex_, CLOCK_MONOTONIC, &end) == 0;
 }
 
 namespace {

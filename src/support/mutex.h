@@ -25,6 +25,11 @@ class Mutex {
         return __builtin_expect(error == 0, 1) || unlockFailed(error);
     }
 
+    /// For the time of a fork: these two are no hold of the thread's, and nothing is logged. False
+    /// when the lock cannot be had in so many milliseconds.
+    bool lockWithin(unsigned milliseconds);
+    void unlockWithin() { pthread_mutex_unlock(&mutex_); }
+
   private:
     static bool lockFailed(int error);
     static bool unlockFailed(int error);
