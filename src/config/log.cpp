@@ -1,6 +1,7 @@
 #include "support/log.h"
 
 #include "config/settings.h"
+#include "support/forked_child.h"
 #include "support/process.h"
 #include "support/trusted_file.h"
 
@@ -156,6 +157,16 @@ void formatStamp(char* stamp, unsigned size) {
 namespace kor {
 constinit std::atomic<int> logThreshold{LogDebug};
 }
+
+namespace {
+
+/// The file's name has the process's id in it. A child that has something to say opens its own.
+kor::InForkedChild forgetLog([] {
+    openLog.store(nullptr, std::memory_order_relaxed);
+    kor::logThreshold.store(kor::LogDebug, std::memory_order_relaxed);
+});
+
+} // namespace
 
 extern "C" bool kor_open_log() {
     if (openLog.load(std::memory_order_acquire) != nullptr)

@@ -2,10 +2,18 @@
 
 #include "display/displays.h"
 #include "display/users.h"
+#include "support/forked_child.h"
 #include "support/handle_text.h"
 #include "support/log.h"
 
 namespace kor::gl {
+
+namespace {
+
+PerProcess<ContextMap> contextMap;
+PerProcess<Mutex> contextMutex;
+
+} // namespace
 
 ContextInfo::ContextInfo(Display* display, GLXContext context, LocalVisualInfo* visualInfo,
                          GLXFBConfig fbconfig)
@@ -17,13 +25,11 @@ ContextInfo::~ContextInfo() {
 }
 
 ContextMap& getContextMap() {
-    static auto* map = new ContextMap;
-    return *map;
+    return *contextMap;
 }
 
 Mutex& getContextMutex() {
-    static auto* mutex = new Mutex;
-    return *mutex;
+    return *contextMutex;
 }
 
 ContextInfo* findContext(GLXContext ctx) {

@@ -3,6 +3,7 @@
 #include "core/system_gl.h"
 #include "core/thread_end.h"
 #include "core/tls_key.h"
+#include "support/forked_child.h"
 #include "support/log.h"
 #include "support/process.h"
 
@@ -14,6 +15,13 @@ namespace {
 // Set once, never cleared: there is no way back from either.
 std::atomic<int> initDone{0};
 std::atomic<int> finiDone{0};
+
+/// A child goes on with what kor_init has set up, and has an end of its own, even if it was forked
+/// while its parent was at its end.
+kor::InForkedChild beginAfresh([] {
+    if (finiDone.exchange(0) != 0)
+        kor::gl::renewTSDKey();
+});
 
 constexpr const char* wordSize = sizeof(void*) == 8 ? "64" : "32";
 

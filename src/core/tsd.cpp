@@ -2,6 +2,7 @@
 
 #include "core/thread_end.h"
 #include "core/tls_key.h"
+#include "support/forked_child.h"
 #include "support/log.h"
 
 #include <atomic>
@@ -11,6 +12,14 @@ namespace {
 
 // Written by kor_init and kor_fini, read by every entry point: a plain value by design, so relaxed.
 std::atomic<kor::TLSKey> tsdKey{kor::gl::noTLSKey};
+
+/// The record of the thread that forked belongs to the parent: what it names is used there. The
+/// connection is shared by both, so that it is not even closed.
+kor::InForkedChild forgetRecord([] {
+    const kor::TLSKey key = tsdKey.load(std::memory_order_relaxed);
+    if (key != kor::gl::noTLSKey)
+        pthread_setspecific(key, nullptr);
+});
 
 void destroyTSD(void* record) {
     delete static_cast<kor::gl::TSD*>(record);
@@ -39,6 +48,11 @@ void deleteTSDKey() {
     const TLSKey key = tsdKey.exchange(noTLSKey, std::memory_order_relaxed);
     if (key != noTLSKey)
         pthread_key_delete(key);
+}
+
+void renewTSDKey() {
+    if (tsdKey.load(std::memory_order_relaxed) == noTLSKey)
+        createTSDKey();
 }
 
 TSD::~TSD() {

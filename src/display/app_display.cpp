@@ -4,6 +4,7 @@
 #include "display/kor_ext_protocol.h"
 
 #include "config/settings.h"
+#include "support/forked_child.h"
 #include "support/log.h"
 
 #include <cstdlib>
@@ -14,10 +15,7 @@ namespace {
 
 /// Held while a secondary connection is opened and the extension brought up, so that the threads of
 /// an application do it one after another.
-kor::Mutex& setupMutex() {
-    static auto* mutex = new kor::Mutex;
-    return *mutex;
-}
+kor::PerProcess<kor::Mutex> setupMutex;
 
 } // namespace
 
@@ -41,7 +39,7 @@ bool _setupAppDisplay(Display* dpy, TSD* tsd) {
     if (tsd->appDisplay2 != nullptr)
         return true;
 
-    const kor::Lock lock(setupMutex());
+    const kor::Lock lock(*setupMutex);
     tsd->appDisplay2 = kor::gl::openConnection(DisplayString(dpy), kor::gl::SecondaryConnection);
     if (tsd->appDisplay2 == nullptr) {
         KOR_ERROR_ECHO("Cannot open secondary connection to application display.");

@@ -5,6 +5,7 @@
 
 #include "config/settings.h"
 #include "support/bucket_map.h"
+#include "support/forked_child.h"
 #include "support/log.h"
 
 #include <atomic>
@@ -53,19 +54,20 @@ class DisplayMap {
     std::atomic<unsigned> generation_{1}; // changes with the table; never 0, a new thread's value
 };
 
+kor::PerProcess<DisplayMap> displayMaps;
+
 DisplayMap& displayMap() {
-    static auto* map = new DisplayMap;
-    return *map;
+    return *displayMaps;
 }
 
-/// Guards the name below.
-kor::Mutex& localNameMutex() {
-    static auto* mutex = new kor::Mutex;
-    return *mutex;
-}
+struct LocalName {
+    kor::Mutex mutex; // guards the name
+    /// Once decided, it holds for the whole process and every application display; never freed.
+    char* name = nullptr;
+};
+kor::PerProcess<LocalName> localName;
 
-/// Once decided, the name holds for the whole process and every application display; never freed.
-char* localDisplayName = nullptr;
+kor::PerProcess<kor::Mutex> localDisplayMutex;
 
 bool askServer(TSD* tsd, char** name) {
     return tsd->appDisplay2 != nullptr && tsd->extCodes != nullptr &&
@@ -77,7 +79,8 @@ bool askServer(TSD* tsd, char** name) {
 /// Decides the local display's name. Null when the server answers with an empty one: then it is
 /// asked again at the next call.
 static const char* getLocalDisplayName(TSD* tsd) {
-    const kor::Lock lock(localNameMutex());
+    const kor::Lock lock(localName->mutex);
+    char*& localDisplayName = localName->name;
     if (localDisplayName == nullptr) {
         const char* setting = kor::conf::settings().glDisplay;
         if (setting != nullptr) {
@@ -95,8 +98,7 @@ static const char* getLocalDisplayName(TSD* tsd) {
 }
 
 kor::Mutex& getLocalDisplayMutex() {
-    static auto* mutex = new kor::Mutex;
-    return *mutex;
+    return *localDisplayMutex;
 }
 
 Display* _getLocalDisplay(TSD* tsd) {

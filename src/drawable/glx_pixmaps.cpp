@@ -1,6 +1,7 @@
 #include "core/entry_points.h"
 #include "display/local_call.h"
 #include "drawable/glx_record.h"
+#include "support/forked_child.h"
 #include "support/handle_text.h"
 #include "support/log.h"
 
@@ -26,11 +27,17 @@ PixmapGeometry geometryOf(Display* dpy, Pixmap pixmap) {
     return geometry;
 }
 
+/// An X window of the process's own.
+struct OwnWindow {
+    Window id = None;
+};
+kor::PerProcess<OwnWindow> pixmapParentWindow;
+
 /// The hidden window against which every local pixmap is created: made once, on the first local
 /// display that needs it, never mapped and never destroyed. The caller holds the local display
 /// mutex.
 Window pixmapParent(Display* local) {
-    static Window parent = None;
+    Window& parent = pixmapParentWindow->id;
     if (parent == None)
         parent = XCreateSimpleWindow(local, DefaultRootWindow(local), 0, 0, 10, 10, 0, 0, 0);
     return parent;

@@ -1,12 +1,20 @@
 #include "drawable/registry.h"
 
 #include "display/users.h"
+#include "support/forked_child.h"
 
 using kor::Lock;
 using kor::gl::DrawableInfo;
 using kor::gl::DrawableRef;
 
 namespace kor::gl {
+
+namespace {
+
+PerProcess<DrawableList> localDrawables;
+PerProcess<Mutex> localDrawablesMutex;
+
+} // namespace
 
 void DrawableList::pushFront(DrawableInfo* record) {
     if (spare_.empty()) {
@@ -29,13 +37,11 @@ DrawableList::Iterator DrawableList::unlink(Iterator entry) {
 }
 
 DrawableList& getLocalDrawablesList() {
-    static auto* list = new DrawableList;
-    return *list;
+    return *localDrawables;
 }
 
 Mutex& getLocalDrawablesMutex() {
-    static auto* mutex = new Mutex;
-    return *mutex;
+    return *localDrawablesMutex;
 }
 
 bool anyWindowDrawableUses(Display* appDpy) {

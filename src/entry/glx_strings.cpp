@@ -3,6 +3,7 @@
 #include "core/system_gl.h"
 #include "display/local_call.h"
 #include "entry/extension_filter.h"
+#include "support/forked_child.h"
 #include "support/log.h"
 
 #include <atomic>
@@ -37,15 +38,8 @@ class ExtensionCache {
     std::atomic<const char*> text_{nullptr};
 };
 
-ExtensionCache& combinedExtensions() {
-    static auto* cache = new ExtensionCache;
-    return *cache;
-}
-
-ExtensionCache& clientExtensions() {
-    static auto* cache = new ExtensionCache;
-    return *cache;
-}
+kor::PerProcess<ExtensionCache> combinedExtensions;
+kor::PerProcess<ExtensionCache> clientExtensions;
 
 /// The display to ask: the local one for an application display, none for none.
 Display* localFor(Display* dpy, const char* function) {
@@ -64,23 +58,23 @@ Display* localFor(Display* dpy, const char* function) {
 
 const char* kor_glXQueryExtensionsString(Display* dpy, int screen) {
     KOR_DEBUG("START");
-    if (const char* cached = combinedExtensions().get())
+    if (const char* cached = combinedExtensions->get())
         return cached;
     Display* local = localFor(dpy, __PRETTY_FUNCTION__);
     if (dpy != nullptr) {
         if (local == nullptr)
-            return combinedExtensions().get();
+            return combinedExtensions->get();
         screen = DefaultScreen(local);
     }
     const char* reported = callLocal(system_glXQueryExtensionsString, local, screen);
-    combinedExtensions().build(reported, __PRETTY_FUNCTION__);
-    return combinedExtensions().get();
+    combinedExtensions->build(reported, __PRETTY_FUNCTION__);
+    return combinedExtensions->get();
 }
 
 const char* kor_glXGetClientString(Display* dpy, int name) {
     KOR_DEBUG("querying %d", name);
     if (name == GLX_EXTENSIONS) {
-        if (const char* cached = clientExtensions().get())
+        if (const char* cached = clientExtensions->get())
             return cached;
     }
     Display* local = localFor(dpy, __PRETTY_FUNCTION__);
@@ -91,8 +85,8 @@ const char* kor_glXGetClientString(Display* dpy, int name) {
     const char* reported = callLocal(system_glXGetClientString, local, name);
     if (name != GLX_EXTENSIONS)
         return reported;
-    clientExtensions().build(reported, __PRETTY_FUNCTION__);
-    return clientExtensions().get();
+    clientExtensions->build(reported, __PRETTY_FUNCTION__);
+    return clientExtensions->get();
 }
 
 const char* kor_glXQueryServerString(Display* dpy, int screen, int name) {

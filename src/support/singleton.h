@@ -6,12 +6,20 @@
 namespace kor {
 
 /// One T per process, made by the first caller of instance() and never destroyed: a library that
-/// lives in other people's processes cannot know when its last user is gone.
+/// lives in other people's processes cannot know when its last user is gone. A forked child has its
+/// parent's, unless T lets it forget().
 template <typename T> class Singleton {
   public:
     static T* instance() {
         pthread_once(&control_, doInit);
         return instance_;
+    }
+
+  protected:
+    /// In a forked child: lets the next caller make another.
+    static void forget() {
+        instance_ = nullptr;
+        control_ = PTHREAD_ONCE_INIT;
     }
 
   private:

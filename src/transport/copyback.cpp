@@ -4,6 +4,7 @@
 #include "core/thread_end.h"
 #include "display/connections.h"
 #include "drawable/registry.h"
+#include "support/forked_child.h"
 #include "support/log.h"
 #include "transport/frame_statistics.h"
 #include "transport/ximage_painter.h"
@@ -17,6 +18,9 @@ namespace {
 uint32_t intervalOf(int framesPerSecond) {
     return framesPerSecond > 0 ? 1'000'000U / static_cast<uint32_t>(framesPerSecond) : 1'000'000U;
 }
+
+/// The thread is the parent's: a child that paints makes one of its own.
+InForkedChild forgetCopyback(Copyback::forgetParents);
 
 } // namespace
 

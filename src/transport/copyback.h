@@ -46,6 +46,9 @@ class Copyback : public Singleton<Copyback> {
     /// frame under the local drawables mutex.
     void doCopyback(Display* display);
 
+    /// In a forked child.
+    static void forgetParents() { forget(); }
+
     /// Microseconds.
     uint32_t frameInterval() const { return frameInterval_; }
 

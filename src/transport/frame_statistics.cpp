@@ -1,10 +1,12 @@
 #include "transport/frame_statistics.h"
 
+#include "support/forked_child.h"
+#include "support/mutex.h"
+
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <fcntl.h>
-#include <mutex>
 #include <new>
 #include <sys/mman.h>
 #include <unistd.h>
@@ -14,6 +16,20 @@ namespace kor::gl {
 namespace {
 
 std::atomic<StatisticsPage*> page{nullptr}; // never unmapped
+int pageFile = -1;                          // stays open
+
+/// A child shows frames of its own: neither writes it on its parent's page, nor is it to be found
+/// by way of the child.
+InForkedChild forgetPage([] {
+    if (page.exchange(nullptr, std::memory_order_relaxed) != nullptr)
+        close(pageFile);
+});
+
+struct Opening {
+    Mutex mutex; // held while the page is made; guards the next one
+    bool tried = false;
+};
+PerProcess<Opening> opening;
 
 /// A file of its own in the folder that the environment names; -1 where that names none, or there
 /// is no room: a mapping of a file that cannot grow would end the process.
@@ -84,15 +100,17 @@ void openStatisticsPage() {
     made->process = static_cast<uint32_t>(getpid());
     made->timingBudget = named ? timeAllFrames : 0;
     made->magic = statisticsMagic;
+    pageFile = file;
     page.store(made, std::memory_order_release);
 }
 
 void ensureStatisticsPage() {
-    static std::once_flag once;
-    std::call_once(once, [] {
-        if (page.load(std::memory_order_acquire) == nullptr)
-            openStatisticsPage();
-    });
+    if (page.load(std::memory_order_acquire) != nullptr)
+        return;
+    const Lock lock(opening->mutex);
+    if (!opening->tried && page.load(std::memory_order_relaxed) == nullptr)
+        openStatisticsPage();
+    opening->tried = true;
 }
 
 FrameStatistics::~FrameStatistics() {

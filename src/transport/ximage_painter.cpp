@@ -1,6 +1,7 @@
 #include "transport/ximage_painter.h"
 
 #include "config/settings.h"
+#include "support/forked_child.h"
 #include "support/log.h"
 #include "support/mutex.h"
 
@@ -11,12 +12,12 @@ namespace kor::gl {
 
 namespace {
 
-/// Held by a painter's end and by the closing of the connection that it would clean up on.
-Mutex& connectionMutex() {
-    static auto* mutex = new Mutex;
-    return *mutex;
-}
-bool connectionOpen = true; // guarded by it
+/// The copyback thread's, which painters clean up on.
+struct PaintersConnection {
+    Mutex mutex; // held by a painter's end and by the closing; guards the next one
+    bool open = true;
+};
+PerProcess<PaintersConnection> connection;
 
 } // namespace
 
@@ -30,8 +31,8 @@ XImagePainter::XImagePainter(Window window) : m_window(window) {
 XImagePainter::~XImagePainter() {
     if (m_image == nullptr || m_display == nullptr)
         return;
-    const Lock lock(connectionMutex());
-    if (!connectionOpen) {
+    const Lock lock(connection->mutex);
+    if (!connection->open) {
         // The server forgets the segment with the connection; only our side is left.
         if (m_shmInfo.shmaddr != nullptr)
             shmdt(m_shmInfo.shmaddr);
@@ -44,8 +45,8 @@ XImagePainter::~XImagePainter() {
 }
 
 void XImagePainter::connectionCloses() {
-    const Lock lock(connectionMutex());
-    connectionOpen = false;
+    const Lock lock(connection->mutex);
+    connection->open = false;
 }
 
 void XImagePainter::detachSegment() {

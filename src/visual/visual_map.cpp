@@ -3,6 +3,7 @@
 #include "config/settings.h"
 #include "core/system_gl.h"
 #include "display/displays.h"
+#include "support/forked_child.h"
 #include "support/handle_text.h"
 #include "support/log.h"
 #include "support/text.h"
@@ -15,16 +16,25 @@ using kor::gl::LocalVisualInfo;
 using kor::gl::TSD;
 using kor::gl::VisualMap;
 
+namespace {
+
+struct Mappings {
+    kor::Mutex mutex; // guards the rest
+    VisualMap map;
+    bool built = false;
+};
+kor::PerProcess<Mappings> mappings;
+
+} // namespace
+
 namespace kor::gl {
 
 Mutex& getVisualMapMutex() {
-    static auto* mutex = new Mutex;
-    return *mutex;
+    return mappings->mutex;
 }
 
 VisualMap& getVisualMap() {
-    static auto* map = new VisualMap;
-    return *map;
+    return mappings->map;
 }
 
 } // namespace kor::gl
@@ -33,8 +43,6 @@ namespace {
 
 constexpr const char* buildFunction = "void initializeVisualMap(Display*, int, kor::gl::TSD*)";
 #define BUILD_INFO(...) KOR_LOG_AT("KORGL", kor::LogInfo, "INFO", buildFunction, false, __VA_ARGS__)
-
-bool built = false; // guarded by the map's lock
 
 struct FreeWithX {
     void operator()(void* memory) const { XFree(memory); }
@@ -165,7 +173,7 @@ void initializeVisualMap(Display* appDpy, int screen, TSD* tsd) {
     if (tsd == nullptr || appDpy == nullptr)
         return;
     const Lock lock(kor::gl::getVisualMapMutex());
-    if (built)
+    if (mappings->built)
         return;
 
     XVisualInfo wanted{};
@@ -208,7 +216,7 @@ void initializeVisualMap(Display* appDpy, int screen, TSD* tsd) {
         kor::gl::getVisualMap().push_back(mapping);
         logPair(build, *mapping);
     }
-    built = true;
+    mappings->built = true;
 }
 
 LocalVisualInfo* _getLVI(Display* appDpy, GLXFBConfig config, TSD* tsd) {
