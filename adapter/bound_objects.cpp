@@ -4,6 +4,7 @@
 #include "helper_context.h"
 #include "late_destroy.h"
 #include "query_state.h"
+#include "support/forked_child.h"
 
 namespace kor::adapter {
 namespace {
@@ -111,6 +112,12 @@ struct ThreadBinding {
 };
 
 thread_local ThreadBinding threadBinding;
+
+/// What the thread that forked has current belongs to the parent.
+InForkedChild forgetBinding([] {
+    threadBinding.binding = Binding();
+    threadBinding.lingering = Binding();
+});
 
 /// True when the thread changes nothing: what it has current is counted already.
 bool isCurrent(const Binding& wanted) {

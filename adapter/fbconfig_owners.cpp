@@ -2,6 +2,7 @@
 
 #include "driver.h"
 #include "local_displays.h"
+#include "support/forked_child.h"
 
 #include <map>
 #include <utility>
@@ -21,9 +22,11 @@ struct Owners {
     std::map<std::pair<Display*, ConfigId>, GLXFBConfig> configs;
 };
 
+PerProcess<Owners> allOwners;
+InForkedChild forgetOwners([] { fbconfigsHaveOwners = false; });
+
 Owners& owners() {
-    static auto* const owners = new Owners;
-    return *owners;
+    return *allOwners;
 }
 
 } // namespace

@@ -153,7 +153,7 @@ template <typename Function> FixedFunction fixed(const char* name, Function* fun
 }
 
 void* findFixed(const char* name) {
-    static const FixedFunction functions[] = {
+    const FixedFunction functions[] = {
         fixed("glXSwapBuffers", swapBuffersKeepingFront),
         fixed("glXMakeCurrent", makeCurrent),
         fixed("glXMakeContextCurrent", makeContextCurrent),

@@ -2,12 +2,12 @@
 
 #include "driver.h"
 #include "late_destroy.h"
+#include "support/forked_child.h"
 
 #include <X11/Xlibint.h>
 #undef min
 #undef max
 
-#include <pthread.h>
 #include <unistd.h>
 
 namespace kor::adapter {
@@ -23,14 +23,11 @@ struct Tables {
     std::mutex mutex;
     Table displays;
 };
+PerProcess<Tables> allTables;
+InForkedChild needNoHelpYet([] { helpNeeded.store(false, std::memory_order_relaxed); });
 
 Tables& tables() {
-    static Tables* const made = [] {
-        pthread_atfork([] { tablesMutex().lock(); }, [] { tablesMutex().unlock(); },
-                       [] { tablesMutex().unlock(); });
-        return new Tables;
-    }();
-    return *made;
+    return *allTables;
 }
 
 void endLocalDisplay(Display* display, const LocalDisplay& closed) {

@@ -72,8 +72,8 @@ inline bool noHelpNeeded() {
 }
 
 /// The adapter's one lock, over all tables. It guards every LocalDisplay, is held for look-ups
-/// only, never while the driver or Xlib is called, and across fork, so that a child finds the
-/// tables whole.
+/// only, never while the driver or Xlib is called. A forked child has tables of its own, empty
+/// ones: the parent's connections and what was made on them are none of its business.
 std::mutex& tablesMutex();
 
 /// The entry of a connection, or null. Under tablesMutex(), for as long as the pointer is used.

@@ -1,6 +1,7 @@
 #include "pbuffer_put_error.h"
 
 #include "request_stream.h"
+#include "support/forked_child.h"
 
 #include <X11/Xlibint.h>
 #include <X11/Xproto.h>
@@ -34,13 +35,10 @@ struct Filters {
     std::unordered_map<Display*, PutErrorFilter*> byDisplay;
 };
 
+PerProcess<Filters> allFilters;
+
 Filters& filters() {
-    static Filters* const made = [] {
-        pthread_atfork([] { filters().mutex.lock(); }, [] { filters().mutex.unlock(); },
-                       [] { filters().mutex.unlock(); });
-        return new Filters; // lives until the process ends
-    }();
-    return *made;
+    return *allFilters;
 }
 
 PutErrorFilter* findFilter(Display* display) {

@@ -2,6 +2,7 @@
 
 #include "driver.h"
 #include "local_displays.h"
+#include "support/forked_child.h"
 
 #include <charconv>
 #include <cstring>
@@ -14,9 +15,11 @@ std::atomic<int> contextsWithQuery{0};
 namespace {
 
 /// Under tablesMutex(); lives as long as the process.
+PerProcess<std::unordered_set<GLXContext>> contextsOfQueries;
+InForkedChild forgetQueries([] { contextsWithQuery = 0; });
+
 std::unordered_set<GLXContext>& queried() {
-    static auto* const contexts = new std::unordered_set<GLXContext>;
-    return *contexts;
+    return *contextsOfQueries;
 }
 
 void setQueryRuns(GLXContext context, bool runs) {

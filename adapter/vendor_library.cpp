@@ -3,6 +3,7 @@
 #include "driver.h"
 
 #include <array>
+#include <atomic>
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <glvnd/libglxabi.h>
@@ -10,7 +11,6 @@
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
-#include <unordered_map>
 
 namespace kor::adapter {
 namespace {
@@ -66,16 +66,22 @@ void* openCopy(void* original, const std::string& name) {
 } // namespace
 
 const VendorLibrary* VendorLibrary::open(const std::string& name, const DispatchLibrary& dispatch) {
-    static auto* const known = new std::unordered_map<std::string, const VendorLibrary*>;
-    const auto found = known->find(name);
-    if (found != known->end())
-        return found->second;
+    // Only ever grown at its front, so that it is whole in a child that is forked meanwhile.
+    struct Known {
+        std::string name;
+        const VendorLibrary* library;
+        const Known* next;
+    };
+    static constinit std::atomic<const Known*> all{nullptr};
+    for (const Known* known = all; known != nullptr; known = known->next)
+        if (known->name == name)
+            return known->library;
     auto* library = new VendorLibrary(name);
     if (name.empty() || name.find('/') != std::string::npos || !library->load(dispatch)) {
         delete library;
         library = nullptr;
     }
-    known->emplace(name, library);
+    all = new Known{name, library, all};
     return library;
 }
 

@@ -1,6 +1,7 @@
 #include "vendor_source.h"
 
 #include "local_displays.h"
+#include "support/forked_child.h"
 #include "vendor_names.h"
 
 #include <X11/Xlibint.h>
@@ -15,18 +16,19 @@ namespace {
 /// What the vendor-neutral dispatch tries when a server names nobody that can be had.
 constexpr const char* lastResort = "indirect";
 
-/// One per process; lives until it ends.
+/// What the start has found out, and children go on with; lives until the process ends.
 struct State {
     DispatchLibrary dispatch;
     VendorChoice choice;
     const VendorLibrary* local = nullptr;
-    /// Under tablesMutex(): the vendor of each display that was asked about.
-    std::unordered_map<Display*, const VendorLibrary*> displays;
-    /// Held while a library is being opened, by one thread after the other.
-    std::mutex opening;
 };
 
 State* state = nullptr;
+
+/// Under tablesMutex(): the vendor of each display that was asked about.
+PerProcess<std::unordered_map<Display*, const VendorLibrary*>> displayVendors;
+/// Held while a library is being opened, by one thread after the other.
+PerProcess<std::mutex> opening;
 
 void* nothing() {
     return nullptr;
@@ -60,7 +62,7 @@ const VendorLibrary* chooseLocal() {
 }
 
 const VendorLibrary* chooseForApplication(Display* display) {
-    const std::lock_guard lock(state->opening);
+    const std::lock_guard lock(*opening);
     const VendorLibrary* library = nullptr;
     if (!state->choice.appVendor.empty())
         library = VendorLibrary::open(state->choice.appVendor, state->dispatch);
@@ -72,7 +74,7 @@ const VendorLibrary* chooseForApplication(Display* display) {
 
 int forgetDisplay(Display* display, XExtCodes* /*codes*/) {
     const std::lock_guard lock(tablesMutex());
-    state->displays.erase(display);
+    displayVendors->erase(display);
     return 0;
 }
 
@@ -82,14 +84,14 @@ void remember(Display* display, const VendorLibrary* library) {
         return; // without it the entry would outlive the connection
     XESetCloseDisplay(display, codes->extension, forgetDisplay);
     const std::lock_guard lock(tablesMutex());
-    state->displays.insert_or_assign(display, library);
+    displayVendors->insert_or_assign(display, library);
 }
 
 const VendorLibrary* vendorOf(Display* display) {
     {
         const std::lock_guard lock(tablesMutex());
-        const auto found = state->displays.find(display);
-        if (found != state->displays.end())
+        const auto found = displayVendors->find(display);
+        if (found != displayVendors->end())
             return found->second;
     }
     const VendorLibrary* library = chooseForApplication(display);
@@ -137,7 +139,7 @@ void* byDisplay(const char* name) {
 } // namespace
 
 VendorSource::VendorSource(const DispatchLibrary& dispatch, const VendorChoice& choice) {
-    state = new State{dispatch, choice, nullptr, {}, {}};
+    state = new State{dispatch, choice, nullptr};
     state->local = local_ = chooseLocal();
 }
 
