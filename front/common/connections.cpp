@@ -1,6 +1,7 @@
 #include "connections.h"
 
 #include "error_stand_in.h"
+#include "support/forked_child.h"
 
 #include <X11/Xlib.h>
 #include <atomic>
@@ -23,6 +24,9 @@ void (*beforeCopyback)() = nullptr;
 /// The name of the display that the application works on: the first one that the library opened a
 /// connection of its own to. Never freed.
 std::atomic<char*> applicationDisplay{nullptr};
+
+/// A child may work on another one.
+InForkedChild forgetApplicationDisplay([] { applicationDisplay = nullptr; });
 
 void noteApplicationDisplay(Display* display) {
     if (applicationDisplay.load() != nullptr)

@@ -25,9 +25,10 @@ std::atomic<pthread_t> startingThread{}; // the thread inside start(); 0 for non
 // the parent will finish.
 pthread_mutex_t startMutex = PTHREAD_MUTEX_INITIALIZER;
 
-pid_t startedBy = 0;
 void (*korFini)() = nullptr;
-std::atomic<bool> stopWanted{false};
+bool stopsAtExit = false;              // as the settings say
+std::atomic<bool> stopWanted{false};   // there is something to stop
+std::atomic<pid_t> stoppingProcess{0}; // the one where it is
 
 bool startsHere() {
     return startingThread.load(std::memory_order_relaxed) == pthread_self();
@@ -38,9 +39,9 @@ template <typename Function> Function* find(void* library, const char* name) {
 }
 
 void stopAtExit() {
-    // A child that was forked after the start inherits this handler, but neither the library's
-    // threads nor a right to its connections.
-    if (getpid() == startedBy && stopWanted.exchange(false))
+    // A child inherits this handler, but nothing to stop (see afterForkInChild). It is one, too,
+    // when it was made by other means than fork().
+    if (getpid() == stoppingProcess && stopWanted.exchange(false))
         korFini();
 }
 
@@ -48,8 +49,12 @@ void stopAtExit() {
 /// frees its tables. What takes time at the exit must come before it, since other threads may still
 /// render.
 void stopAheadOfDriver() {
-    if (stopWanted)
-        atexit(stopAtExit); // the latest one runs first
+    if (!stopsAtExit)
+        return;
+    // In a child that paints, too: the thread is its own.
+    stoppingProcess = getpid();
+    stopWanted = true;
+    atexit(stopAtExit); // the latest one runs first
 }
 
 void startOnce() {
@@ -73,6 +78,11 @@ void afterFork() {
         pthread_mutex_unlock(&startMutex);
 }
 
+void afterForkInChild() {
+    stopWanted = false;
+    afterFork();
+}
+
 /// When the front is loaded. Does nothing that a process without GL would have to pay for.
 __attribute__((constructor)) void load() {
     noteOwnPlace();
@@ -80,7 +90,7 @@ __attribute__((constructor)) void load() {
     // call of Xlib: the library shares connections between threads. Later versions have done it by
     // themselves by now, and do nothing here.
     XInitThreads();
-    pthread_atfork(beforeFork, afterFork, afterFork);
+    pthread_atfork(beforeFork, afterFork, afterForkInChild);
 }
 
 } // namespace
@@ -134,7 +144,6 @@ bool claimKor(const KorLibrary& library) {
 void startKor(const KorLibrary& library, void* driver) {
     prepareConnections(library.handle, opened.adapter, stopAheadOfDriver);
     library.init(driver);
-    startedBy = getpid();
     // Not before: what calls GL during the start goes to the system.
     opened.kor = library.handle;
 
@@ -142,6 +151,8 @@ void startKor(const KorLibrary& library, void* driver) {
     // earlier, the library's own included.
     auto* setting = find<int(const char*)>(opened.kor, "kor_wrapper_setting");
     if (setting == nullptr || setting("cleanup-atexit") != 0) {
+        stopsAtExit = true;
+        stoppingProcess = getpid();
         stopWanted = true;
         atexit(stopAtExit);
     }

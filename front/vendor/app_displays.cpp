@@ -1,5 +1,7 @@
 #include "app_displays.h"
 
+#include "support/forked_child.h"
+
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
@@ -16,6 +18,9 @@ constexpr const char* extensionName = "KOR-V1";
 char firstName[1024];
 enum NameState { NoName, NameBeingWritten, NameKnown };
 std::atomic<int> nameState{NoName};
+
+/// A child serves displays of its own, and may find this one half written.
+InForkedChild forgetName([] { nameState = NoName; });
 
 void noteName(const char* name) {
     int none = NoName;

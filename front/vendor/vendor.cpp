@@ -49,8 +49,14 @@ bool isHidden(const char* name) {
 void* driverFunction(const char* name) {
     if (!ensureStarted() || libraries().adapter == nullptr)
         return nullptr;
-    static const auto find = reinterpret_cast<decltype(&kor_adapter_driver_function)>(
-        dlsym(libraries().adapter, "kor_adapter_driver_function"));
+    using Find = decltype(&kor_adapter_driver_function);
+    // No local static: a child that was forked meanwhile would wait for its maker.
+    static std::atomic<Find> found{nullptr};
+    Find find = found.load(std::memory_order_relaxed);
+    if (find == nullptr) {
+        find = reinterpret_cast<Find>(dlsym(libraries().adapter, "kor_adapter_driver_function"));
+        found.store(find, std::memory_order_relaxed);
+    }
     return find == nullptr ? nullptr : find(name);
 }
 
