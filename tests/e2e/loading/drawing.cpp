@@ -46,17 +46,17 @@ void fail(const std::string& what) {
     exit(1);
 }
 
-Drawing::Drawing(const Functions& functions, const char* display)
+Drawing::Drawing(const Functions& functions, const char* display, int x)
     : gl_(functions), display_(XOpenDisplay(display)), ownsDisplay_(true) {
-    openWindow();
+    openWindow(x);
 }
 
 Drawing::Drawing(const Functions& functions, Display* display)
     : gl_(functions), display_(display), ownsDisplay_(false) {
-    openWindow();
+    openWindow(10);
 }
 
-void Drawing::openWindow() {
+void Drawing::openWindow(int x) {
     require(display_ != nullptr, "no display");
     int wanted[] = {
         GLX_RGBA, GLX_DOUBLEBUFFER, GLX_RED_SIZE, 8, GLX_GREEN_SIZE, 8, GLX_BLUE_SIZE, 8, None};
@@ -68,7 +68,7 @@ void Drawing::openWindow() {
     attributes.event_mask = ExposureMask;
     attributes.override_redirect = True;
     window_ = XCreateWindow(
-        display_, root, 10, 10, width, height, 0, visual_->depth, InputOutput, visual_->visual,
+        display_, root, x, 10, width, height, 0, visual_->depth, InputOutput, visual_->visual,
         CWColormap | CWBorderPixel | CWEventMask | CWOverrideRedirect, &attributes);
     XMapWindow(display_, window_);
     XEvent event;
@@ -116,8 +116,8 @@ void Drawing::release() {
     gl_.glXMakeCurrent(display_, None, nullptr);
 }
 
-int drawAndCheck(const Functions& functions) {
-    Drawing drawing(functions, static_cast<const char*>(nullptr));
+int drawAndCheck(const Functions& functions, int x) {
+    Drawing drawing(functions, nullptr, x);
     for (int frame = 0; frame < 4; ++frame)
         drawing.draw(frame);
     drawing.requireShown();

@@ -12,8 +12,9 @@ namespace kor::loading {
 // and says what it was.
 class Drawing {
   public:
-    // Opens the display of that name (a null name: $DISPLAY) and a window on it.
-    Drawing(const Functions& functions, const char* display);
+    // Opens the display of that name (a null name: $DISPLAY) and a window on it, so many pixels
+    // from its left edge: windows that cover each other do not show what was drawn.
+    Drawing(const Functions& functions, const char* display, int x = 10);
     // A window on a display that stays the caller's.
     Drawing(const Functions& functions, Display* display);
     Drawing(const Drawing&) = delete;
@@ -34,7 +35,7 @@ class Drawing {
     const XVisualInfo& visual() const { return *visual_; }
 
   private:
-    void openWindow();
+    void openWindow(int x);
 
     const Functions gl_;
     Display* display_;
@@ -46,7 +47,7 @@ class Drawing {
 };
 
 // Draws some frames into one window of $DISPLAY and requires the last to be shown. The exit status.
-int drawAndCheck(const Functions& functions);
+int drawAndCheck(const Functions& functions, int x = 10);
 
 [[noreturn]] void fail(const std::string& what);
 inline void require(bool holds, const std::string& what) {
