@@ -12,6 +12,7 @@ namespace kor::adapter {
 namespace {
 
 std::atomic<bool> ending{false};
+std::atomic<bool> watched{false}; // a forked child keeps the handler
 
 } // namespace
 
@@ -20,8 +21,8 @@ bool processIsEnding() {
 }
 
 void watchForTheProcessesEnd() {
-    static const int registered = std::atexit([] { ending = true; });
-    static_cast<void>(registered);
+    if (!watched.exchange(true))
+        std::atexit([] { ending = true; });
 }
 
 HelperContext::HelperContext(Display* display, GLXFBConfig fbconfig)

@@ -2,6 +2,7 @@
 
 #include "driver.h"
 #include "helper_context.h"
+#include "support/forked_child.h"
 
 #include <algorithm>
 #include <atomic>
@@ -32,6 +33,12 @@ struct ThreadEnd {
 };
 
 thread_local ThreadEnd threadEnd;
+
+/// What was left is the parent's, and ends with it.
+InForkedChild leaveAllToTheParent([] {
+    orphans = 0;
+    state = ThreadState();
+});
 
 bool isMine(const LeftDrawable& left) {
     return !left.thread || left.thread == &state;
