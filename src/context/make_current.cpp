@@ -88,6 +88,7 @@ static void setCurrent(TSD* tsd, GLXContext ctx, DrawableInfo* draw, DrawableInf
 
 Bool kor_glXMakeCurrent(Display* dpy, GLXDrawable drawable, GLXContext ctx) {
     KOR_DEBUG("drawable: %lx, context: %x", drawable, handleText(ctx));
+    const kor::Undisturbed undisturbed; // until what is current is noted, too
     TSD* tsd = getTSD();
     if (tsd == nullptr)
         return False;
@@ -147,6 +148,7 @@ Bool kor_glXMakeCurrent(Display* dpy, GLXDrawable drawable, GLXContext ctx) {
 
 Bool kor_glXMakeContextCurrent(Display* dpy, GLXDrawable draw, GLXDrawable read, GLXContext ctx) {
     KOR_DEBUG("drawable: %lx, read drawable %lx, context: %x", draw, read, handleText(ctx));
+    const kor::Undisturbed undisturbed; // as above
     TSD* tsd = getTSD();
     if (tsd == nullptr || !_setupAppDisplay(dpy, tsd))
         return False;

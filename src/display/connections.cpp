@@ -1,5 +1,7 @@
 #include "display/connections.h"
 
+#include "support/undisturbed.h"
+
 #include <atomic>
 
 namespace {
@@ -10,6 +12,15 @@ std::atomic<Display* (*)(Display*, int)> connectionHook{nullptr};
 
 void kor_set_connection_hook(Display* (*hook)(Display* display, int role)) {
     connectionHook.store(hook);
+}
+
+kor_error_moment kor_when_to_tell_error(void (*afterwards)()) {
+    if (!kor::Undisturbed::active())
+        return KOR_ERROR_NOW;
+    if (!kor::Undisturbed::handlerIsTheSame())
+        return KOR_ERROR_EXPECTED;
+    kor::Undisturbed::afterwards(afterwards);
+    return KOR_ERROR_AFTERWARDS;
 }
 
 namespace kor::gl {

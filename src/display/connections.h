@@ -29,6 +29,19 @@ extern "C" {
 /// which prepares the connection (error handling, the driver's peculiarities). To be set before
 /// kor_init; null for none.
 KOR_EXPORT void kor_set_connection_hook(Display* (*hook)(Display* display, int role));
+
+/// When the application may be told of an X error that the calling thread has just come upon.
+enum kor_error_moment {
+    /// Now: the thread holds no lock of the library.
+    KOR_ERROR_NOW = 0,
+    /// When the thread holds none any more: afterwards is then called on it, once, however often it
+    /// was given. It is the same function at every call.
+    KOR_ERROR_AFTERWARDS = 1,
+    /// Now, to the handler that is installed: it was put in place since the thread took its first
+    /// lock, so it is none of the application's, but waits for this very error.
+    KOR_ERROR_EXPECTED = 2,
+};
+KOR_EXPORT enum kor_error_moment kor_when_to_tell_error(void (*afterwards)());
 }
 
 #endif

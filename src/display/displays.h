@@ -45,6 +45,7 @@ class LocalDisplayHold {
     static bool putsOff(Display* appDpy);
 
   private:
+    const Undisturbed undisturbed_; // left last: the chain of holds must not outlive a longjmp
     LocalDisplayHold* outer_;
     Display* held_;
     bool putOff_ = false;

@@ -23,6 +23,7 @@ void clearDeletedDrawables() {
     const kor::gl::TSD* tsd = getTSD();
     if (tsd == nullptr || tsd->appDisplay2 == nullptr || tsd->extCodes == nullptr)
         return;
+    const kor::Undisturbed undisturbed; // until all of them are gone
     std::vector<DrawableInfo*> deleted;
     {
         const kor::Lock lock(kor::gl::getLocalDrawablesMutex());

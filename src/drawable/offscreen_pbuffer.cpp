@@ -45,6 +45,7 @@ void DrawableInfo::checkForResize() {
         KOR_DEBUG("ignored. %lx is not a window", appDrawable);
         return;
     }
+    const Undisturbed undisturbed; // nothing is current while the pbuffer is replaced
     bool resized = false;
     bool moved = false;
     bool visibilityChanged = false;

@@ -1,6 +1,7 @@
 #ifndef KOR_SUPPORT_MUTEX_H
 #define KOR_SUPPORT_MUTEX_H
 
+#include "support/undisturbed.h"
 #include "support/where_info.h"
 
 #include <pthread.h>
@@ -37,7 +38,8 @@ class Mutex {
     pthread_mutex_t mutex_ = PTHREAD_MUTEX_INITIALIZER; // usable even where its set-up failed
 };
 
-/// Holds a Mutex for a scope; unlock() ends the hold early, lock() takes it again.
+/// Holds a Mutex for a scope; unlock() ends the hold early, lock() takes it again. Meanwhile the
+/// thread is Undisturbed.
 class Lock {
   public:
     explicit Lock(Mutex& mutex) : mutex_(mutex) { lock(); }
@@ -51,10 +53,15 @@ class Lock {
     void lock() {
         // What could not be locked must not be unlocked: it may be another thread's.
         held_ = mutex_.lock(korWhereInfo{});
+        if (held_)
+            Undisturbed::enter();
     }
     void unlock() {
+        const bool wasHeld = held_;
         held_ = false;
         mutex_.unlock(korWhereInfo{});
+        if (wasHeld)
+            Undisturbed::leave();
     }
 
   private:

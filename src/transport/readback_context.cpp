@@ -151,6 +151,8 @@ void ReadbackContext::svc() {
         work_.P(korWhereInfo{});
         if (checkExit())
             break;
+        // The copyback thread waits, with locks that an error handler's calls may want.
+        const Undisturbed undisturbed;
         transferSucceeded_ = transfer();
         system_glBindFramebuffer(GL_FRAMEBUFFER, 0);
         done_.V(korWhereInfo{});

@@ -76,6 +76,7 @@ void DrawableInfo::readback() {
     const TSD* tsd = getTSD();
     if (tsd == nullptr || released())
         return;
+    const Undisturbed undisturbed; // a context of ours is current meanwhile
     setViewportCheckForResize(true);
     const conf::Settings& settings = conf::settings();
     if (settings.doubleCheckVisible && !isVisible() &&
