@@ -61,7 +61,9 @@ Display* onConnection(Display* display, int role) {
         return nullptr;
     if (role == secondaryConnection)
         noteApplicationDisplay(display);
-    standInForErrors(display);
+    standInForErrors(display, role == secondaryConnection || role == copybackConnection
+                                  ? Errors::OfWindows
+                                  : Errors::OfOthers);
     // After that, so that what the adapter knows of errors on this connection is asked first.
     if (role == localConnection && adapterLocalDisplay != nullptr)
         adapterLocalDisplay(display);
@@ -72,6 +74,7 @@ Display* onConnection(Display* display, int role) {
 
 void prepareConnections(void* korLibrary, void* adapter, void (*copybackBegins)()) {
     beforeCopyback = copybackBegins;
+    useErrorTools(korLibrary);
     if (adapter != nullptr)
         adapterLocalDisplay =
             reinterpret_cast<void (*)(Display*)>(dlsym(adapter, "kor_adapter_local_display"));

@@ -3,6 +3,8 @@
 #include "report.h"
 
 #include <atomic>
+#include <cstdlib>
+#include <dlfcn.h>
 #include <iterator>
 #include <new>
 
@@ -24,23 +26,131 @@ const char* errorName(unsigned code) {
     return code < std::size(names) ? names[code] : "an extension's error";
 }
 
+// kor_error_moment of the library's display/connections.h
+constexpr int tellNow = 0;
+constexpr int tellAfterwards = 1;
+
+int (*whenToTell)(void (*afterwards)()) = nullptr;
+void (*printLog)(const char*, int, const char*, const char*, bool, const char*, ...) = nullptr;
+
+bool applicationHandlesErrors() {
+    return _XErrorFunction != nullptr && _XErrorFunction != _XDefaultError;
+}
+
+void reportDropped(const XErrorEvent& error) {
+    static std::atomic<bool> said{false};
+    if (!said.exchange(true))
+        report("an X error on the library's own connection to %s was dropped, since the "
+               "application handles none: %s (code %u, request %u.%u, resource 0x%lx). Further "
+               "ones are not reported.",
+               DisplayString(error.display), errorName(error.error_code), error.error_code,
+               error.request_code, error.minor_code, error.resourceid);
+}
+
+void noteWindowGone(const XErrorEvent& error) {
+    static std::atomic<bool> said{false};
+    constexpr int warning = 2;
+    if (!said.exchange(true))
+        printLog("KORGL", warning, "WARNING", "void kor::front::noteWindowGone(const XErrorEvent&)",
+                 false,
+                 "a window vanished before its frame was painted: %s (request %u.%u, resource "
+                 "0x%lx). Further ones are not logged.",
+                 errorName(error.error_code), error.request_code, error.minor_code,
+                 error.resourceid);
+}
+
+/// What a request meets with when its window is gone: no such window, no such drawable, or no such
+/// GC, since that could not be made either.
+bool isOfVanishedWindow(unsigned char code) {
+    return code == BadWindow || code == BadDrawable || code == BadGC;
+}
+
+/// An error that this thread will tell. Plain memory: it is used while a thread ends, too.
+struct PutOff {
+    PutOff* next;
+    XErrorEvent event;
+};
+thread_local PutOff* firstPutOff = nullptr;
+thread_local PutOff** lastPutOff = nullptr;
+
+/// An error that a library above Xlib read for itself and handed on has a number of which Xlib
+/// knows nothing yet. Until it does, Xlib waits for the server at each call and then takes the next
+/// such error for one that comes too late: "sequence lost".
+bool isAheadOfXlib(Display* display) {
+    return X_DPY_GET_LAST_REQUEST_READ(display) > X_DPY_GET_REQUEST(display);
+}
+
+void tellPutOff() {
+    while (firstPutOff != nullptr) {
+        PutOff* const first = firstPutOff;
+        firstPutOff = first->next;
+        XErrorEvent event = first->event;
+        std::free(first);      // a handler may never return
+        XFlush(event.display); // takes the connection's lock, where Xlib catches up
+        if (applicationHandlesErrors())
+            _XErrorFunction(event.display, &event);
+        else
+            reportDropped(event);
+    }
+}
+
+bool putOff(const XErrorEvent& event) {
+    auto* const added = static_cast<PutOff*>(std::malloc(sizeof(PutOff)));
+    if (added == nullptr)
+        return false;
+    *added = {nullptr, event};
+    *(firstPutOff == nullptr ? &firstPutOff : lastPutOff) = added;
+    lastPutOff = &added->next;
+    return true;
+}
+
+void forgetPutOff(Display* display) {
+    PutOff** link = &firstPutOff;
+    while (*link != nullptr) {
+        PutOff* const entry = *link;
+        if (entry->event.display == display) {
+            *link = entry->next;
+            std::free(entry);
+        } else {
+            link = &entry->next;
+        }
+    }
+    lastPutOff = link;
+}
+
+XErrorEvent eventOf(Display* display, const xError& error) {
+    XErrorEvent event{};
+    event.type = X_Error;
+    event.display = display;
+    event.resourceid = error.resourceID;
+    event.serial = LastKnownRequestProcessed(display);
+    event.error_code = error.errorCode;
+    event.request_code = error.majorCode;
+    event.minor_code = static_cast<unsigned char>(error.minorCode);
+    return event;
+}
+
 /// Called for replies and errors that are about to be delivered, those that answer a request which
 /// waits (_XReply) included; there, an extension's own hook (XESetError) and the handlers that
 /// Xlib's functions install for one request come before this one, and a dropped error makes the
 /// request fail as it does after an application's handler has returned.
-Bool onReply(Display* display, xReply* reply, char*, int, XPointer) {
+Bool onReply(Display* display, xReply* reply, char*, int, XPointer ofWindows) {
     if (reply->generic.type != X_Error)
         return False;
-    if (_XErrorFunction != nullptr && _XErrorFunction != _XDefaultError)
+    const int moment = whenToTell == nullptr ? tellNow : whenToTell(tellPutOff);
+    const bool handled = applicationHandlesErrors();
+    if (handled && moment != tellNow && moment != tellAfterwards)
         return False;
-    static std::atomic<bool> said{false};
-    if (!said.exchange(true))
-        report("an X error on the library's own connection to %s was dropped, since the "
-               "application handles none: %s (code %u, request %u.%u, resource 0x%lx). Most likely "
-               "a window vanished before its frame was painted. Further ones are not reported.",
-               DisplayString(display), errorName(reply->error.errorCode), reply->error.errorCode,
-               reply->error.majorCode, reply->error.minorCode,
-               static_cast<unsigned long>(reply->error.resourceID));
+    const XErrorEvent event = eventOf(display, reply->error);
+    if (ofWindows != nullptr && printLog != nullptr && isOfVanishedWindow(event.error_code)) {
+        noteWindowGone(event);
+        return True;
+    }
+    if (moment == tellAfterwards && (handled || isAheadOfXlib(display)))
+        return putOff(event) || !handled ? True : False;
+    if (handled)
+        return False;
+    reportDropped(event);
     return True;
 }
 
@@ -79,6 +189,7 @@ void onExit(Display* display, void*) {
 /// Finds the handler among those of the connection: what Xlib tells a closing hook is the display
 /// and the number of the extension only.
 int onClose(Display* display, XExtCodes*) {
+    forgetPutOff(display);
     for (_XAsyncHandler** link = &display->async_handlers; *link != nullptr;
          link = &(*link)->next) {
         if ((*link)->handler != onReply)
@@ -93,7 +204,13 @@ int onClose(Display* display, XExtCodes*) {
 
 } // namespace
 
-void standInForErrors(Display* display) {
+void useErrorTools(void* korLibrary) {
+    whenToTell =
+        reinterpret_cast<decltype(whenToTell)>(dlsym(korLibrary, "kor_when_to_tell_error"));
+    printLog = reinterpret_cast<decltype(printLog)>(dlsym(korLibrary, "kor_printlog"));
+}
+
+void standInForErrors(Display* display, Errors errors) {
     auto* handler = new (std::nothrow) _XAsyncHandler{};
     XExtCodes* codes = handler == nullptr ? nullptr : XAddExtension(display);
     if (codes == nullptr) {
@@ -102,6 +219,8 @@ void standInForErrors(Display* display) {
     }
     XESetCloseDisplay(display, codes->extension, onClose);
     handler->handler = onReply;
+    static char ofWindows; // any address but null
+    handler->data = errors == Errors::OfWindows ? &ofWindows : nullptr;
     LockDisplay(display);
     handler->next = display->async_handlers;
     display->async_handlers = handler;

@@ -20,6 +20,7 @@ void expectItShowsWhatItDraws(Road road, const ClientCase& row) {
     EXPECT_EQ(result.status, 0) << summary(result);
     EXPECT_NE(result.output.find("passed"), std::string::npos) << summary(result);
     EXPECT_EQ(result.errors.find("X Error"), std::string::npos) << summary(result);
+    EXPECT_EQ(result.errors.find("Xlib:"), std::string::npos) << summary(result);
 }
 
 TEST_P(ClientTest, ShowsWhatItDraws) {

@@ -40,7 +40,7 @@ int countError(Display*, XErrorEvent* error) {
 }
 
 void provokeError(Display* display) {
-    XMapWindow(display, nothing);
+    XFreePixmap(display, nothing);
     XSync(display, False);
 }
 
@@ -76,7 +76,7 @@ TEST_F(FrontErrors, WithoutAHandlerErrorsOfTheLibraryAreDroppedAndReportedOnce) 
         }
     });
     EXPECT_EQ(countLines(result.errors), 1U) << result.errors;
-    EXPECT_THAT(result.errors, HasSubstr("BadWindow"));
+    EXPECT_THAT(result.errors, HasSubstr("BadPixmap"));
     EXPECT_THAT(result.errors, HasSubstr("resource 0x1234567"));
 }
 
@@ -119,14 +119,14 @@ TEST_F(FrontErrors, OtherConnectionsAreNoneOfItsBusiness) {
     });
     EXPECT_TRUE(WIFEXITED(result.status));
     EXPECT_EQ(WEXITSTATUS(result.status), 1);
-    EXPECT_THAT(result.errors, HasSubstr("X Error of failed request:  BadWindow"));
+    EXPECT_THAT(result.errors, HasSubstr("X Error of failed request:  BadPixmap"));
     EXPECT_THAT(result.errors, Not(HasSubstr("KOR-GL")));
 }
 
 TEST_F(FrontErrors, ARequestThatWaitsForItsReplyFails) {
     const ChildResult result = run([&] {
         const Started started;
-        Display* display = started.open(server_.name(), 0);
+        Display* display = started.open(server_.name(), 1);
         Window root = 0;
         int x = 0;
         int y = 0;

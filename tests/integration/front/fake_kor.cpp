@@ -1,6 +1,8 @@
 // A libGL_KOR.so without GL, which tells what the front does with it.
 #include <X11/Xlib.h>
 #include <atomic>
+#include <cstdarg>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <unistd.h>
@@ -34,6 +36,36 @@ EXPORT void kor_init(void* handle) {
 
 EXPORT void kor_fini() {
     [[maybe_unused]] const ssize_t written = write(STDOUT_FILENO, "kor_fini\n", 9);
+}
+
+EXPORT void kor_printlog(const char*, int, const char* levelWord, const char*, bool,
+                         const char* format, ...) {
+    fprintf(stderr, "log %s: ", levelWord);
+    va_list arguments;
+    va_start(arguments, format);
+    vfprintf(stderr, format, arguments);
+    va_end(arguments);
+    fputc('\n', stderr);
+}
+
+namespace {
+thread_local int moment = 0;
+thread_local void (*afterwards)() = nullptr;
+} // namespace
+
+EXPORT int kor_when_to_tell_error(void (*function)()) {
+    afterwards = function;
+    return moment;
+}
+
+/// What the next errors on this thread are answered.
+EXPORT void fake_moment(int wanted) {
+    moment = wanted;
+}
+/// The thread's locks are gone.
+EXPORT void fake_afterwards() {
+    moment = 0;
+    afterwards();
 }
 
 EXPORT int kor_wrapper_setting(const char* key) {
