@@ -7,6 +7,7 @@
 #include "id_range.h"
 #include "local_displays.h"
 #include "pbuffer_put_error.h"
+#include "process_end.h"
 #include "vendor_source.h"
 
 namespace {
@@ -56,12 +57,12 @@ void kor_adapter_local_display(Display* display) {
         return;
     moveIdsToUpperHalf(display);
     addVendorsLocalDisplay(display);
-    const DriverHabits habits = tryDriver(display);
+    const DriverHabits habits = processEnds() ? DriverHabits() : tryDriver(display);
+    noteEndAheadOfDriver();
     if (habits.putErrors)
         dropPbufferPutErrors(display);
     addLocalDisplay(display, habits.forgetsFront);
     if (habits.forgetsFront || habits.putErrors)
         countBindings(display);
-    watchForTheProcessesEnd();
     learnFbconfigs(display);
 }

@@ -20,6 +20,7 @@
 ///   late_destroy.h             contexts that keep the buffers of drawables that are gone, and
 ///                              pbuffers that are ended and made anew for nothing
 ///   helper_context.h           a destroy with no context current; new pbuffers that are not clear
+///   process_end.h              a driver whose destructors ran before the last calls
 /// bound_objects.h keeps what is current alive meanwhile; local_displays.h holds the tables.
 
 /// The name of a symbol that every front library of ours defines, so that none of them is ever

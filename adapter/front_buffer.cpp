@@ -5,6 +5,7 @@
 #include "driver.h"
 #include "helper_context.h"
 #include "late_destroy.h"
+#include "process_end.h"
 
 namespace kor::adapter {
 namespace {
@@ -41,7 +42,7 @@ void copyBackToFront(Display* display, GLXDrawable drawable, DrawableUse& use) {
 
 void swapBuffersKeepingFront(Display* display, GLXDrawable drawable) {
     endRow();
-    if (noHelpNeeded())
+    if (noHelpNeeded() || processEnds())
         return driver.glXSwapBuffers(display, drawable);
     copyAndSwap(display, drawable);
 }

@@ -3,27 +3,11 @@
 #include "driver.h"
 #include "driver_trial.h"
 #include "pbuffer_put_error.h"
+#include "process_end.h"
 
 #include <array>
-#include <atomic>
-#include <cstdlib>
 
 namespace kor::adapter {
-namespace {
-
-std::atomic<bool> ending{false};
-std::atomic<bool> watched{false}; // a forked child keeps the handler
-
-} // namespace
-
-bool processIsEnding() {
-    return ending.load(std::memory_order_relaxed);
-}
-
-void watchForTheProcessesEnd() {
-    if (!watched.exchange(true))
-        std::atexit([] { ending = true; });
-}
 
 HelperContext::HelperContext(Display* display, GLXFBConfig fbconfig)
     : display_(display), fbconfig_(fbconfig) {
@@ -89,7 +73,7 @@ int HelperContext::renderType() const {
 }
 
 ContextForDestroying::ContextForDestroying(Display* display) {
-    if (!driver.canLendContext() || driver.glXGetCurrentContext() || processIsEnding())
+    if (!driver.canLendContext() || driver.glXGetCurrentContext() || processEnds())
         return;
     {
         const std::lock_guard lock(tablesMutex());
@@ -107,7 +91,7 @@ ContextForDestroying::~ContextForDestroying() = default;
 
 bool clearsNewPbuffers(Display* display) {
     if (!driver.canLendContext() || !driver.glClear || !driver.glDrawBuffer || !driver.glFinish ||
-        processIsEnding())
+        processEnds())
         return false;
     const std::lock_guard lock(tablesMutex());
     return findLocalDisplay(display) != nullptr;

@@ -8,12 +8,6 @@
 
 namespace kor::adapter {
 
-/// From the end of main on: drivers and the compilers in them take themselves apart before the
-/// application's last handlers run, and a context that is made then crashes. Any thread.
-bool processIsEnding();
-/// To be called once a driver has been loaded, so that its own exit handlers come later than ours.
-void watchForTheProcessesEnd();
-
 /// A context for one errand, taken from the idle ones of its connection and fbconfig or made anew:
 /// no other thread has it meanwhile. Goes back to the idle ones, which end with the connection.
 class HelperContext {

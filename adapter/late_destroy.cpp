@@ -2,6 +2,7 @@
 
 #include "driver.h"
 #include "helper_context.h"
+#include "process_end.h"
 #include "support/forked_child.h"
 
 #include <algorithm>
@@ -182,7 +183,7 @@ void destroyAtClose(Display* display, const std::vector<LeftDrawable>& left, con
     if (left.empty())
         return;
     std::optional<CurrentState> current;
-    if (helper.pbuffer != None && !driver.glXGetCurrentContext() && !processIsEnding()) {
+    if (helper.pbuffer != None && !driver.glXGetCurrentContext() && !processEnds()) {
         current.emplace();
         current->change(display, helper.pbuffer, helper.context);
     }

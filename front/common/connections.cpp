@@ -19,14 +19,20 @@ constexpr int localConnection = 1;
 constexpr int copybackConnection = 2;
 
 void (*adapterLocalDisplay)(Display*) = nullptr;
-void (*beforeCopyback)() = nullptr;
+void (*driverIsThere)() = nullptr;
 
 /// The name of the display that the application works on: the first one that the library opened a
 /// connection of its own to. Never freed.
 std::atomic<char*> applicationDisplay{nullptr};
 
 /// A child may work on another one.
-InForkedChild forgetApplicationDisplay([] { applicationDisplay = nullptr; });
+
+std::atomic<bool> driverTold{false}; // that it is there
+
+InForkedChild forgetParents([] {
+    applicationDisplay = nullptr;
+    driverTold = false;
+});
 
 void noteApplicationDisplay(Display* display) {
     if (applicationDisplay.load() != nullptr)
@@ -54,7 +60,7 @@ Display* onApplicationDisplay(Display* display) {
 
 Display* onConnection(Display* display, int role) {
     if (role == copybackConnection) {
-        beforeCopyback();
+        driverIsThere();
         display = onApplicationDisplay(display);
     }
     if (display == nullptr)
@@ -65,15 +71,18 @@ Display* onConnection(Display* display, int role) {
                                   ? Errors::OfWindows
                                   : Errors::OfOthers);
     // After that, so that what the adapter knows of errors on this connection is asked first.
-    if (role == localConnection && adapterLocalDisplay != nullptr)
+    if (role == localConnection && adapterLocalDisplay != nullptr) {
         adapterLocalDisplay(display);
+        if (!driverTold.exchange(true))
+            driverIsThere();
+    }
     return display;
 }
 
 } // namespace
 
-void prepareConnections(void* korLibrary, void* adapter, void (*copybackBegins)()) {
-    beforeCopyback = copybackBegins;
+void prepareConnections(void* korLibrary, void* adapter, void (*driverLoaded)()) {
+    driverIsThere = driverLoaded;
     useErrorTools(korLibrary);
     if (adapter != nullptr)
         adapterLocalDisplay =

@@ -26,9 +26,10 @@ std::atomic<pthread_t> startingThread{}; // the thread inside start(); 0 for non
 pthread_mutex_t startMutex = PTHREAD_MUTEX_INITIALIZER;
 
 void (*korFini)() = nullptr;
-bool stopsAtExit = false;              // as the settings say
-std::atomic<bool> stopWanted{false};   // there is something to stop
-std::atomic<pid_t> stoppingProcess{0}; // the one where it is
+void (*korProcessEnds)() = nullptr;
+bool stopsAtExit = false;            // as the settings say
+std::atomic<bool> stopWanted{false}; // there is something to stop
+std::atomic<pid_t> endingProcess{0}; // the one where something of ours is
 
 bool startsHere() {
     return startingThread.load(std::memory_order_relaxed) == pthread_self();
@@ -38,23 +39,28 @@ template <typename Function> Function* find(void* library, const char* name) {
     return reinterpret_cast<Function*>(dlsym(library, name));
 }
 
+/// A child that was forked after the start inherits the handlers below, but neither the library's
+/// threads nor a right to its connections.
 void stopAtExit() {
-    // A child inherits this handler, but nothing to stop (see afterForkInChild). It is one, too,
-    // when it was made by other means than fork().
-    if (getpid() == stoppingProcess && stopWanted.exchange(false))
+    // It is a child, too, when it was made by other means than fork().
+    if (getpid() == endingProcess && stopWanted.exchange(false))
         korFini();
 }
 
-/// Contexts have been made when the copyback thread begins, and Mesa has registered a handler that
-/// frees its tables. What takes time at the exit must come before it, since other threads may still
-/// render.
-void stopAheadOfDriver() {
-    if (!stopsAtExit)
-        return;
-    // In a child that paints, too: the thread is its own.
-    stoppingProcess = getpid();
-    stopWanted = true;
-    atexit(stopAtExit); // the latest one runs first
+void endBegins() {
+    if (getpid() == endingProcess && korProcessEnds != nullptr)
+        korProcessEnds();
+}
+
+/// Handlers run in the reverse order of their registration, destructors of libraries among them. So
+/// one that was registered once the driver was there tells the end before the driver ends; what the
+/// application registered earlier runs after both, and may still call GLX. The driver registers
+/// further ones while it works, and what takes time at the exit must come before those, since other
+/// threads may still render: therefore more than one. In a child that renders the end is its own.
+void noteEndAheadOfDriver() {
+    endingProcess = getpid();
+    stopWanted = stopsAtExit;
+    atexit(endBegins);
 }
 
 void startOnce() {
@@ -129,6 +135,7 @@ bool findKor(KorLibrary& library, void* handle) {
         return false;
     library.init = find<void(void*)>(handle, "kor_init");
     korFini = find<void()>(handle, "kor_fini");
+    korProcessEnds = find<void()>(handle, "kor_process_ends");
     if (library.init != nullptr && korFini != nullptr)
         return true;
     report("the library beside this one has no kor_init or no kor_fini, so that it is none of this "
@@ -142,7 +149,7 @@ bool claimKor(const KorLibrary& library) {
 }
 
 void startKor(const KorLibrary& library, void* driver) {
-    prepareConnections(library.handle, opened.adapter, stopAheadOfDriver);
+    prepareConnections(library.handle, opened.adapter, noteEndAheadOfDriver);
     library.init(driver);
     // Not before: what calls GL during the start goes to the system.
     opened.kor = library.handle;
@@ -152,7 +159,7 @@ void startKor(const KorLibrary& library, void* driver) {
     auto* setting = find<int(const char*)>(opened.kor, "kor_wrapper_setting");
     if (setting == nullptr || setting("cleanup-atexit") != 0) {
         stopsAtExit = true;
-        stoppingProcess = getpid();
+        endingProcess = getpid();
         stopWanted = true;
         atexit(stopAtExit);
     }

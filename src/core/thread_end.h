@@ -12,7 +12,8 @@ class TSD;
 /// Takes the thread's two drawable fields back, so that the records may go.
 void dropCurrentDrawables(TSD& tsd);
 
-/// Asks the copyback thread to end.
+/// Asks the copyback thread to end, and waits for it, a second at most. When the process ends no
+/// thread is made for that.
 void stopCopyback();
 } // namespace kor::gl
 

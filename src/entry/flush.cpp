@@ -2,6 +2,7 @@
 #include "context/context_map.h"
 #include "context/frame_end.h"
 #include "core/entry_points.h"
+#include "core/process_end.h"
 #include "core/system_gl.h"
 #include "drawable/drawable_info.h"
 #include "entry/copyback_pixmap.h"
@@ -92,6 +93,10 @@ void finishOrFlush(void (*systemFunction)(), TSD* tsd) {
     if (tsd->currentContext == nullptr) {
         KOR_DEBUG("no context");
         return; // a flush without a context is dropped on purpose
+    }
+    if (kor::gl::processEnds()) {
+        systemFunction();
+        return;
     }
     switch (decide(*tsd)) {
     case FrameEnd::Dropped:

@@ -39,6 +39,8 @@ template <typename T> class Thread {
     bool started() const { return started_; }
     /// True when there is no thread, or its function has returned.
     bool ended() const { return !started_ || (entered_.load() && runningCount_.load() == 0); }
+    /// True when called by the thread itself.
+    bool isCaller() const { return started_ && pthread_equal(handle_, pthread_self()) != 0; }
     int runningCount() const { return runningCount_.load(); }
 
     /// Joins the thread when its function runs at this moment; one whose function has already

@@ -1,6 +1,7 @@
 #include "transport/copyback.h"
 
 #include "config/settings.h"
+#include "core/process_end.h"
 #include "core/thread_end.h"
 #include "display/connections.h"
 #include "drawable/registry.h"
@@ -9,6 +10,8 @@
 #include "transport/frame_statistics.h"
 #include "transport/ximage_painter.h"
 
+#include <algorithm>
+#include <atomic>
 #include <unistd.h>
 
 namespace kor::gl {
@@ -19,8 +22,13 @@ uint32_t intervalOf(int framesPerSecond) {
     return framesPerSecond > 0 ? 1'000'000U / static_cast<uint32_t>(framesPerSecond) : 1'000'000U;
 }
 
+std::atomic<bool> made{false};
+
 /// The thread is the parent's: a child that paints makes one of its own.
-InForkedChild forgetCopyback(Copyback::forgetParents);
+InForkedChild forgetCopyback([] {
+    made = false;
+    Copyback::forgetParents();
+});
 
 } // namespace
 
@@ -28,6 +36,7 @@ Copyback::Copyback()
     : wake_(0), thread_(this), frameInterval_(intervalOf(conf::settings().copybackFrameRate)) {
     // The thread runs by now, but sleeps on the wake semaphore until this object is complete.
     timer_.start();
+    made = true;
 }
 
 void Copyback::unblock() {
@@ -50,14 +59,17 @@ bool Copyback::checkStop() {
 }
 
 bool Copyback::waitForEnd() {
-    constexpr int kPause = 500; // microseconds
-    constexpr int kMost = 1'000'000 / kPause;
-    for (int i = 0; i < kMost; ++i) {
-        if (thread_.ended())
-            return true;
-        usleep(kPause);
+    constexpr uint64_t kMost = 990'000; // microseconds: a second, with what the last pause takes
+    constexpr uint64_t kPause = 500;
+    const uint64_t end = timer_.getTime() + kMost;
+    while (!thread_.ended()) {
+        // The thread itself may end the process, from an error handler of the application's.
+        const uint64_t now = timer_.getTime();
+        if (now >= end || thread_.isCaller())
+            return false;
+        usleep(static_cast<useconds_t>(std::min(kPause, end - now)));
     }
-    return false;
+    return true;
 }
 
 void Copyback::doCopyback(Display* display) {
@@ -110,6 +122,8 @@ void CopybackThread::svc() {
 }
 
 void stopCopyback() {
+    if (processEnds() && !made)
+        return;
     Copyback::instance()->stop();
     // When the process ends, Xlib's own destructors come next and take its locks away from under
     // whoever is still inside.

@@ -1,4 +1,5 @@
 #include "config/settings.h"
+#include "core/process_end.h"
 #include "core/system_gl.h"
 #include "display/local_call.h"
 #include "drawable/drawable_info.h"
@@ -74,7 +75,7 @@ class ApplicationState {
 
 void DrawableInfo::readback() {
     const TSD* tsd = getTSD();
-    if (tsd == nullptr || released())
+    if (tsd == nullptr || released() || processEnds())
         return;
     const Undisturbed undisturbed; // a context of ours is current meanwhile
     setViewportCheckForResize(true);

@@ -5,7 +5,9 @@
 #include "front.h"
 
 #include <X11/Xlib.h>
+#include <cstdlib>
 #include <gmock/gmock.h>
+#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -209,6 +211,41 @@ TEST_F(FrontErrorMoments, WithoutAHandlerNothingIsToldAfterwardsEither) {
     });
     EXPECT_EQ(countLines(result.errors), 1U) << result.errors;
     EXPECT_THAT(result.errors, HasSubstr("BadPixmap"));
+}
+
+void earlier() {
+    [[maybe_unused]] const ssize_t written = write(STDOUT_FILENO, "the application\n", 16);
+}
+
+using FrontProcessEnd = FrontErrorMoments;
+
+TEST_F(FrontProcessEnd, TheLibraryLearnsOfItAheadOfWhatWasRegisteredBeforeTheDriverWasThere) {
+    const ChildResult result = run([&](const Started& started) {
+        std::atexit(earlier);
+        XCloseDisplay(started.open(server_.name(), secondary));
+        XCloseDisplay(started.open(server_.name(), local));
+        XCloseDisplay(started.open(server_.name(), local));
+    });
+    EXPECT_EQ(result.output, "kor_process_ends\nthe application\nkor_fini\n");
+}
+
+TEST_F(FrontProcessEnd, TheLibraryLearnsOfItAgainAfterThePaintingBegan) {
+    const ChildResult result = run([&](const Started& started) {
+        XCloseDisplay(started.open(server_.name(), local));
+        std::atexit(earlier);
+        XCloseDisplay(started.open(server_.name(), copyback));
+    });
+    EXPECT_EQ(result.output, "kor_process_ends\nthe application\nkor_process_ends\nkor_fini\n");
+}
+
+TEST_F(FrontProcessEnd, QuickExitsTellNothing) {
+    for (void (*end)(int) : {&_exit, static_cast<void (*)(int)>(&std::quick_exit)}) {
+        const ChildResult result = run([&](const Started& started) {
+            started.open(server_.name(), local);
+            end(testing::Test::HasFailure() ? 1 : 0);
+        });
+        EXPECT_EQ(result.output, "");
+    }
 }
 
 } // namespace

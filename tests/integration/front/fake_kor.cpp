@@ -38,6 +38,10 @@ EXPORT void kor_fini() {
     [[maybe_unused]] const ssize_t written = write(STDOUT_FILENO, "kor_fini\n", 9);
 }
 
+EXPORT void kor_process_ends() {
+    [[maybe_unused]] const ssize_t written = write(STDOUT_FILENO, "kor_process_ends\n", 17);
+}
+
 EXPORT void kor_printlog(const char*, int, const char* levelWord, const char*, bool,
                          const char* format, ...) {
     fprintf(stderr, "log %s: ", levelWord);

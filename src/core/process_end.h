@@ -1,0 +1,26 @@
+#ifndef KOR_CORE_PROCESS_END_H
+#define KOR_CORE_PROCESS_END_H
+
+#include "support/export.h"
+
+#include <atomic>
+
+extern "C" {
+/// Tells that the process has begun to end. From now on the library renders nothing of its own: the
+/// driver's destructors come next, and calls of the application's exit handlers after them. Those
+/// go to the driver and end no frame. The copyback thread is stopped unless "cleanup-atexit" is
+/// off. For the front library, whose exit handler was registered once the driver was there.
+KOR_EXPORT void kor_process_ends();
+}
+
+namespace kor::gl {
+
+extern std::atomic<bool> processEndBegun;
+
+inline bool processEnds() {
+    return __builtin_expect(processEndBegun.load(std::memory_order_relaxed), 0);
+}
+
+} // namespace kor::gl
+
+#endif
