@@ -25,14 +25,26 @@ void (*driverIsThere)() = nullptr;
 /// connection of its own to. Never freed.
 std::atomic<char*> applicationDisplay{nullptr};
 
-/// A child may work on another one.
-
 std::atomic<bool> driverTold{false}; // that it is there
 
+/// A child may work on another display, and ends by itself.
 InForkedChild forgetParents([] {
     applicationDisplay = nullptr;
     driverTold = false;
 });
+
+Bool (*askGlDisplay)(Display*, XExtCodes*, char**) = nullptr;
+
+/// Cause: while a program holds a grab of the server (XGrabServer), the server answers its other
+/// connections only if it has seen that they use the library's extension. What the program swaps
+/// meanwhile would wait for the copyback thread, and that for the end of the grab.
+void useExtension(Display* display) {
+    XExtCodes* const codes = askGlDisplay == nullptr ? nullptr : XInitExtension(display, "KOR-V1");
+    char* name = nullptr;
+    if (codes != nullptr)
+        askGlDisplay(display, codes, &name);
+    free(name);
+}
 
 void noteApplicationDisplay(Display* display) {
     if (applicationDisplay.load() != nullptr)
@@ -67,6 +79,8 @@ Display* onConnection(Display* display, int role) {
         return nullptr;
     if (role == secondaryConnection)
         noteApplicationDisplay(display);
+    if (role == copybackConnection)
+        useExtension(display);
     standInForErrors(display, role == secondaryConnection || role == copybackConnection
                                   ? Errors::OfWindows
                                   : Errors::OfOthers);
@@ -84,6 +98,8 @@ Display* onConnection(Display* display, int role) {
 void prepareConnections(void* korLibrary, void* adapter, void (*driverLoaded)()) {
     driverIsThere = driverLoaded;
     useErrorTools(korLibrary);
+    askGlDisplay =
+        reinterpret_cast<decltype(askGlDisplay)>(dlsym(korLibrary, "XKorExtGetGLDisplay"));
     if (adapter != nullptr)
         adapterLocalDisplay =
             reinterpret_cast<void (*)(Display*)>(dlsym(adapter, "kor_adapter_local_display"));

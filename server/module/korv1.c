@@ -18,6 +18,7 @@
 
 #include "../korv1_proto.h"
 #include "korv1.h"
+#include "server_grab.h"
 
 /* Padded with zeros to a multiple of four, as it goes out. */
 static char* glDisplay;
@@ -93,6 +94,7 @@ static int getGLDisplay(ClientPtr client) {
 /* Takes clients of either byte order: each request swaps what it reads and writes. */
 static int dispatch(ClientPtr client) {
     REQUEST(xReq);
+    korServerGrabUser(client);
     switch (stuff->data) {
     case KorV1MinorGetWindowInfo:
         return getWindowInfo(client);

@@ -15,6 +15,7 @@
 #include "../korv1_proto.h"
 #include "korv1.h"
 #include "screen_size.h"
+#include "server_grab.h"
 #include "vendor_names.h"
 
 /* How the server loads the module "kor" and what it takes from the configuration:
@@ -32,6 +33,7 @@ static int tellsVendorNames;
 
 static void initialise(void) {
     korV1Init();
+    korServerGrabInit();
     if (tellsVendorNames)
         korVendorNamesInit();
     korScreenSizeInit();
