@@ -1,5 +1,6 @@
 #include "support/log.h"
 
+#include "config/log_folding.h"
 #include "config/settings.h"
 #include "support/forked_child.h"
 #include "support/process.h"
@@ -214,12 +215,22 @@ extern "C" void kor_printlog(const char* tag, int level, const char* levelWord,
             return;
     }
     va_list arguments;
+    char end[48] = "\n";
+    if (level <= kor::LogWarning && (echo || level <= record->threshold)) {
+        va_start(arguments, format);
+        const unsigned times = kor::timesSaid(function, format, arguments);
+        va_end(arguments);
+        if (!kor::isWritten(times))
+            return;
+        if (times >= kor::firstFolded)
+            korSprintf(end, sizeof end, " (repeated %u times)\n", times);
+    }
     if (echo) {
         fprintf(stderr, "%s: ", levelWord);
         va_start(arguments, format);
         vfprintf(stderr, format, arguments);
         va_end(arguments);
-        fputc('\n', stderr);
+        fputs(end, stderr);
     }
     if (level > record->threshold)
         return;
@@ -233,7 +244,7 @@ extern "C" void kor_printlog(const char* tag, int level, const char* levelWord,
     va_start(arguments, format);
     vfprintf(stream, format, arguments);
     va_end(arguments);
-    fputc('\n', stream);
+    fputs(end, stream);
 }
 
 int korSprintf(char* buffer, unsigned size, const char* format, ...) {
