@@ -59,7 +59,7 @@ class FrameStatistics {
     }
     /// It was painted, as width x height pixels.
     void painted(int width, int height, bool sharedMemory);
-    /// It could not be transferred.
+    /// It could not be transferred, or not be painted.
     void failed();
 
   private:

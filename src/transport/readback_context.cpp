@@ -111,7 +111,7 @@ void ReadbackContext::copyToAppDisplay(Display* display, XImagePainter* painter,
     work_.V(korWhereInfo{});
     done_.P(korWhereInfo{});
     statistics_->transferred();
-    if (transferSucceeded_) {
+    if (transferSucceeded_ && painter->canDraw()) {
         painter->draw(display, width_, height_);
         statistics_->painted(width_, height_, painter->usesSharedMemory());
     } else {

@@ -1,6 +1,8 @@
 #include "transport/ximage_painter.h"
 
 #include "support/log.h"
+#include "transport/error_watch.h"
+#include "transport/segment_access.h"
 
 #include <cstdlib>
 #include <memory>
@@ -14,6 +16,7 @@ namespace {
 constexpr const char* setupFunction =
     "bool kor::gl::XImagePainter::setupXImagePainterInternal(bool, Display*, VisualID, int, int)";
 #define SETUP_DEBUG(...) KOR_LOG_AT("KORGL", LogDebug, "DEBUG", setupFunction, false, __VA_ARGS__)
+#define SETUP_INFO(...) KOR_LOG_AT("KORGL", LogInfo, "INFO", setupFunction, false, __VA_ARGS__)
 #define SETUP_ERROR(...) KOR_LOG_AT("KORGL", LogError, "ERROR", setupFunction, true, __VA_ARGS__)
 
 struct FreeWithX {
@@ -37,8 +40,7 @@ bool XImagePainter::setupXImagePainterInternal(bool useShm, Display* display, Vi
         if (m_image->width == width && m_image->height == height)
             return true;
         SETUP_DEBUG("freeing old image");
-        if (useShm)
-            detachSegment();
+        detachSegment();
         destroyImage();
     }
     if (m_gc == nullptr) {
@@ -90,7 +92,7 @@ bool XImagePainter::makeSharedImage(Display* display, const XVisualInfo& visual,
         logSize(*m_image);
         const size_t bytes =
             static_cast<size_t>(m_image->bytes_per_line) * static_cast<size_t>(height);
-        m_shmInfo.shmid = shmget(IPC_PRIVATE, bytes, IPC_CREAT | 0777);
+        m_shmInfo.shmid = shmget(IPC_PRIVATE, bytes, IPC_CREAT | segmentMode(display));
     }
     return true;
 }
@@ -117,12 +119,14 @@ bool XImagePainter::makePlainImage(Display* display, const XVisualInfo& visual, 
 /// Attaches the segment on both sides and tries the whole path once.
 bool XImagePainter::attachSegment(Display* display, int width, int height) {
     if (m_shmInfo.shmid == -1) {
+        m_sharedMemoryEnded = true;
         SETUP_ERROR("unable to create shared memory segment");
         destroyImage();
         return false;
     }
     void* address = shmat(m_shmInfo.shmid, nullptr, 0);
     if (address == reinterpret_cast<void*>(-1)) {
+        m_sharedMemoryEnded = true;
         SETUP_ERROR("unable to attach shared memory segment");
         shmdt(address);
         shmctl(m_shmInfo.shmid, IPC_RMID, nullptr);
@@ -140,13 +144,23 @@ bool XImagePainter::attachSegment(Display* display, int width, int height) {
         destroyImage();
         return false;
     }
+    const unsigned long attaching = XNextRequest(display) - 1;
     XSync(display, False);
+    m_serverAttached = m_watch == nullptr || !m_watch->refused(attaching);
+    // A server elsewhere may have found another segment under our segment's number.
+    m_segmentRefused = !closeSegment(m_shmInfo.shmid) || !m_serverAttached;
     // Marked at once: it lives on while the server and this process are attached, and vanishes with
     // them, however they end.
     shmctl(m_shmInfo.shmid, IPC_RMID, nullptr);
+    if (m_segmentRefused) {
+        SETUP_INFO("the X server has not attached the shared memory segment of window %lx",
+                   m_window);
+        return true; // as where a put is refused
+    }
     if (!XShmPutImage(display, m_window, m_gc, m_image, 0, 0, 0, 0, static_cast<unsigned>(width),
                       static_cast<unsigned>(height), False)) {
         SETUP_ERROR("unable to put image on shared memory segment");
+        m_serverAttached = false;
         shmdt(m_shmInfo.shmaddr);
         m_shmInfo.shmaddr = nullptr;
         destroyImage();

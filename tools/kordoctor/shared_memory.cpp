@@ -2,6 +2,7 @@
 
 #include "config/settings.h"
 #include "display_access.h"
+#include "transport/segment_access.h"
 
 #include <X11/Xutil.h>
 #include <X11/extensions/XShm.h>
@@ -46,7 +47,7 @@ class SharedFrame {
 
     // 0, or the error.
     int make() {
-        m_segment.shmid = shmget(IPC_PRIVATE, bytes(), IPC_CREAT | 0777);
+        m_segment.shmid = shmget(IPC_PRIVATE, bytes(), IPC_CREAT | kor::gl::segmentMode(m_display));
         if (m_segment.shmid < 0)
             return errno;
         m_made = true;

@@ -293,7 +293,10 @@ int __wrap_shmdt(const void* address) {
 
 int __real_shmctl(int, int, shmid_ds*);
 int __wrap_shmctl(int segment, int command, shmid_ds* state) {
-    note(text("shmctl", command == IPC_RMID ? "IPC_RMID" : std::to_string(command)));
+    const char* name = command == IPC_RMID  ? "IPC_RMID"
+                       : command == IPC_SET ? "IPC_SET"
+                                            : "IPC_STAT";
+    note(text("shmctl", name));
     return __real_shmctl(segment, command, state);
 }
 

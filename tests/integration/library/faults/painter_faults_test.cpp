@@ -100,7 +100,7 @@ class PainterFaults : public Library {
 class PainterFaultsOfForcedModes : public PainterFaults,
                                    public testing::WithParamInterface<const char*> {};
 
-const std::string segment = "shmget(private, 2400, 01777)";
+const std::string segment = "shmget(private, 2400, 01600)";
 
 } // namespace
 
@@ -108,7 +108,8 @@ TEST_F(PainterFaults, ASharedImageIsMadeInThisOrder) {
     begin("1");
     EXPECT_TRUE(setup());
     expectCalls({"XCreateGC", "XGetVisualInfo", "XShmCreateImage", segment, "shmat", "XSync(False)",
-                 "XShmAttach", "XSync(False)", "shmctl(IPC_RMID)", "XShmPutImage", "XSync(False)"});
+                 "XShmAttach", "XSync(False)", "shmctl(IPC_STAT)", "shmctl(IPC_RMID)",
+                 "XShmPutImage", "XSync(False)"});
     EXPECT_EQ(printed, "");
     EXPECT_TRUE(setup());
     expectCalls({}); // the image stays
@@ -117,8 +118,9 @@ TEST_F(PainterFaults, ASharedImageIsMadeInThisOrder) {
     expectCalls({"XShmPutImage", "XFlush"});
     EXPECT_TRUE(setup(40, 10));
     expectCalls({"XShmDetach", "shmdt", "XGetVisualInfo", "XShmCreateImage",
-                 "shmget(private, 1600, 01777)", "shmat", "XSync(False)", "XShmAttach",
-                 "XSync(False)", "shmctl(IPC_RMID)", "XShmPutImage", "XSync(False)"});
+                 "shmget(private, 1600, 01600)", "shmat", "XSync(False)", "XShmAttach",
+                 "XSync(False)", "shmctl(IPC_STAT)", "shmctl(IPC_RMID)", "XShmPutImage",
+                 "XSync(False)"});
     kor::test::record();
     painter.reset();
     expectCalls({"XShmDetach", "shmdt", "XSync(True)"});
@@ -245,7 +247,8 @@ TEST_F(PainterFaults, AnImageThatCannotBePutIsGivenUp) {
     kor::test::shmPutImage.arm();
     expectRefused("unable to put image on shared memory segment");
     expectCalls({"XCreateGC", "XGetVisualInfo", "XShmCreateImage", segment, "shmat", "XSync(False)",
-                 "XShmAttach", "XSync(False)", "shmctl(IPC_RMID)", "XShmPutImage", "shmdt"});
+                 "XShmAttach", "XSync(False)", "shmctl(IPC_STAT)", "shmctl(IPC_RMID)",
+                 "XShmPutImage", "shmdt"});
     expectPaints();
 }
 
@@ -311,7 +314,8 @@ TEST_F(PainterFaults, DetectionSucceedsBetweenTheTwoHandlers) {
     EXPECT_TRUE(setup());
     expectCalls({"XSetErrorHandler", "XShmQueryExtension", "XCreateGC", "XGetVisualInfo",
                  "XShmCreateImage", segment, "shmat", "XSync(False)", "XShmAttach", "XSync(False)",
-                 "shmctl(IPC_RMID)", "XShmPutImage", "XSync(False)", "XSetErrorHandler"});
+                 "shmctl(IPC_STAT)", "shmctl(IPC_RMID)", "XShmPutImage", "XSync(False)",
+                 "XSetErrorHandler"});
 }
 
 TEST_F(PainterFaults, DetectionHearsTheServersRefusalAndStaysWithPlainImages) {
