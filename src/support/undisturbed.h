@@ -1,12 +1,6 @@
 #ifndef KOR_SUPPORT_UNDISTURBED_H
 #define KOR_SUPPORT_UNDISTURBED_H
 
-#include <X11/Xlib.h>
-
-extern "C" {
-extern XErrorHandler _XErrorFunction; // Xlib's own: the handler in use, process-wide
-}
-
 namespace kor {
 
 /// What a thread must have left before the application's code may run on it: an X error handler of
@@ -22,7 +16,7 @@ class Undisturbed {
 
     static void enter() {
         if (state.depth++ == 0)
-            state.handler = _XErrorFunction;
+            noteHandler();
     }
     static void leave() {
         if (--state.depth == 0 && __builtin_expect(state.afterwards != nullptr, 0))
@@ -31,16 +25,17 @@ class Undisturbed {
     static bool active() { return state.depth > 0; }
     /// False when the error handler was changed since this thread's outermost one began. Then it
     /// belongs to code that waits for one error of its own, or to another thread.
-    static bool handlerIsTheSame() { return state.handler == _XErrorFunction; }
+    static bool handlerIsTheSame();
     /// Has a function called once, on this thread, at the end of the outermost one.
     static void afterwards(void (*function)()) { state.afterwards = function; }
 
   private:
     struct State {
         unsigned depth;
-        XErrorHandler handler;
+        void (*handler)(); // Xlib's, whose headers have macros that not every user bears
         void (*afterwards)();
     };
+    static void noteHandler();
     static void callAfterwards();
 
     // In every lock's way, so no call for its address: the few bytes fit into what the C library
