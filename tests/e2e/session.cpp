@@ -7,11 +7,13 @@
 namespace kor::e2e {
 namespace {
 
-test::XServer::Options serverOptions(test::XServer::Kind kind, int width, int height) {
+test::XServer::Options serverOptions(test::XServer::Kind kind, int width, int height,
+                                     const std::vector<std::string>& arguments = {}) {
     test::XServer::Options options;
     options.kind = kind;
     options.width = width;
     options.height = height;
+    options.arguments = arguments;
     return options;
 }
 
@@ -62,10 +64,10 @@ std::string libraryPath(Road road) {
 
 } // namespace
 
-Session::Session(Road road, int width, int height)
+Session::Session(Road road, int width, int height, const std::vector<std::string>& arguments)
     : m_road(road), m_application(serverOptions(road == Road::System ? test::XServer::Kind::Xvfb
                                                                      : test::XServer::Kind::Xkor,
-                                                width, height)) {
+                                                width, height, arguments)) {
     m_localName = givenLocalDisplay();
     if (road == Road::System || !m_localName.empty())
         return;

@@ -19,9 +19,10 @@ enum class Road { Library, Vendor, Both, System };
 
 class Session {
   public:
-    // Starts the servers; `width` and `height` are the application display's, in pixels. Throws
-    // std::runtime_error when one does not start.
-    explicit Session(Road road, int width = 1024, int height = 768);
+    // Starts the servers; `width` and `height` are the application display's, in pixels, and
+    // `arguments` further ones of its server. Throws std::runtime_error when one does not start.
+    explicit Session(Road road, int width = 1024, int height = 768,
+                     const std::vector<std::string>& arguments = {});
 
     // ":N", the display that the clients see.
     const std::string& display() const { return m_application.name(); }

@@ -2,6 +2,7 @@
 
 #include "display_probe.h"
 #include "failure.h"
+#include "shipped_settings.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -166,6 +167,7 @@ Front useFront(const Installation& installation, Front wanted, const std::string
         useVendorFront(installation, display);
     else
         setenv(variable, prependFolders(installation.frontFolders, currentPaths()).c_str(), 1);
+    giveShippedSettings();
     return chosen;
 }
 

@@ -25,9 +25,10 @@ foldersUnknownToLoader(const Installation& installation,
 // when there is no such front library.
 Front chooseFront(const Installation& installation, Front wanted);
 
-// Lets programs that are started from here load the front library, and changes no more of the
-// environment than that takes. The display is the one that they get; empty: the one that DISPLAY
-// names. Returns the kind that they load. Throws as chooseFront does.
+// Lets programs that are started from here load the front library with the settings of an
+// installation, and changes no more of the environment than that takes. The display is the one that
+// they get; empty: the one that DISPLAY names. Returns the kind that they load. Throws as
+// chooseFront does.
 Front useFront(const Installation& installation, Front wanted, const std::string& display);
 
 // Keeps the front library out of programs that are started from here: X servers load a GL library

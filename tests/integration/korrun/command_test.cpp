@@ -52,6 +52,33 @@ TEST_F(KorrunTest, FrontLibraryComesFirst) {
     EXPECT_EQ(run.output(), path("lib/kor") + ":/somewhere\nunset\n");
 }
 
+TEST_F(KorrunTest, TheSettingsOfAnInstallationAreGivenWhereTheUserHasSetNothing) {
+    const std::vector<std::string> tell = {
+        "sh", "-c",
+        "echo ${KOR_GL_COPYBACK_STRATEGY-unset} ${KOR_GL_FREE_DRAWABLES_WITHOUT_CONTEXT-unset}"};
+    files::create_directories(path("none"));
+    files::create_directories(path("own"));
+    std::ofstream(path("own/kor-gl.conf"))
+        << "[gl]\ncopyback-strategy = 2\nfree-drawables-without-context = false\n";
+    // A machine with an installation has them in the system file.
+    const bool installed = files::exists("/etc/kor/kor-gl.conf");
+    Program nothing = korrun(tell, {{"KOR_GL_USER_CONFDIR", path("none")},
+                                    {"KOR_GL_COPYBACK_STRATEGY", "-"},
+                                    {"KOR_GL_FREE_DRAWABLES_WITHOUT_CONTEXT", "-"}});
+    EXPECT_EQ(nothing.status(), 0);
+    EXPECT_EQ(nothing.output(), installed ? "unset unset\n" : "0 true\n");
+    Program variable = korrun(tell, {{"KOR_GL_USER_CONFDIR", path("none")},
+                                     {"KOR_GL_COPYBACK_STRATEGY", "1"},
+                                     {"KOR_GL_FREE_DRAWABLES_WITHOUT_CONTEXT", "0"}});
+    EXPECT_EQ(variable.status(), 0);
+    EXPECT_EQ(variable.output(), "1 0\n");
+    Program file = korrun(tell, {{"KOR_GL_USER_CONFDIR", path("own")},
+                                 {"KOR_GL_COPYBACK_STRATEGY", "-"},
+                                 {"KOR_GL_FREE_DRAWABLES_WITHOUT_CONTEXT", "-"}});
+    EXPECT_EQ(file.status(), 0);
+    EXPECT_EQ(file.output(), "unset unset\n");
+}
+
 TEST_F(KorrunTest, TheVendorLibraryComesFirstWhereItIsThere) {
     std::ofstream(path("lib/libGLX_kor.so.0")) << "x";
     const std::string tell = "echo $LD_LIBRARY_PATH; echo $__GLX_VENDOR_LIBRARY_NAME";
