@@ -32,6 +32,10 @@ std::atomic<size_t> failingAllocation{0};
 std::atomic<size_t> throwingAllocation{0};
 std::atomic<bool> queryFontWithoutProperties{false};
 std::atomic<VisualID> visualIdGiven{0};
+std::vector<int> depthsGiven;
+std::vector<Visual> visualsGiven;
+std::atomic<Visual*> visualOfImage{nullptr};
+std::atomic<bool> visualsOfEveryScreen{false};
 std::atomic<int64_t> timeOfDay{-1};
 std::function<void(Display*)> beforeCreateImage;
 std::function<void(XShmSegmentInfo*)> beforeShmAttach;
@@ -172,7 +176,20 @@ XVisualInfo* __wrap_XGetVisualInfo(Display* display, long mask, XVisualInfo* wan
     note("XGetVisualInfo");
     if (getVisualInfo.strikes())
         return nullptr;
+    if (visualsOfEveryScreen)
+        mask &= ~VisualScreenMask;
     XVisualInfo* given = __real_XGetVisualInfo(display, mask, wanted, count);
+    if (given != nullptr && !depthsGiven.empty()) {
+        const XVisualInfo first = *given;
+        visualsGiven.assign(depthsGiven.size(), *first.visual);
+        given = static_cast<XVisualInfo*>(realloc(given, depthsGiven.size() * sizeof first));
+        for (size_t i = 0; i < depthsGiven.size(); ++i) {
+            given[i] = first;
+            given[i].depth = depthsGiven[i];
+            given[i].visual = &visualsGiven[i];
+        }
+        *count = static_cast<int>(depthsGiven.size());
+    }
     if (given != nullptr && visualIdGiven != 0)
         given->visualid = visualIdGiven;
     return given;
@@ -183,6 +200,7 @@ XImage* __real_XCreateImage(Display*, Visual*, unsigned, int, int, char*, unsign
 XImage* __wrap_XCreateImage(Display* display, Visual* visual, unsigned depth, int form, int offset,
                             char* data, unsigned width, unsigned height, int pad, int line) {
     note(text("XCreateImage", "pad " + std::to_string(pad) + ", line " + std::to_string(line)));
+    visualOfImage = visual;
     if (createImage.strikes())
         return nullptr;
     if (beforeCreateImage)

@@ -66,6 +66,15 @@ extern std::atomic<bool> queryFontWithoutProperties;
 /// The id of every visual that XGetVisualInfo gives; 0: its own.
 extern std::atomic<VisualID> visualIdGiven;
 
+/// XGetVisualInfo gives as many entries as there are depths here, each with a visual of its own;
+/// none: its own.
+extern std::vector<int> depthsGiven;
+extern std::vector<Visual> visualsGiven;
+/// The visual that XCreateImage was called with last.
+extern std::atomic<Visual*> visualOfImage;
+/// XGetVisualInfo looks at every screen, whichever it is asked about.
+extern std::atomic<bool> visualsOfEveryScreen;
+
 /// What gettimeofday tells instead of the time, once it is set; microseconds since 1970.
 extern std::atomic<int64_t> timeOfDay;
 
