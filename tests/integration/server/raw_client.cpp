@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
+#include <poll.h>
 #include <stdexcept>
 #include <sys/socket.h>
 #include <sys/time.h>
@@ -115,6 +116,11 @@ void RawClient::connectTo(int display, const std::string& cookie) {
     const size_t vendor = (body.u16(16) + size_t{3}) / 4 * 4;
     const size_t formats = body.bytes.at(21);
     m_root = body.u32(32 + vendor + 8 * formats);
+}
+
+bool RawClient::hasAnswer(int milliseconds) const {
+    pollfd wanted{m_socket, POLLIN, 0};
+    return poll(&wanted, 1, milliseconds) == 1;
 }
 
 bool RawClient::readExactly(uint8_t* data, size_t size) {

@@ -65,6 +65,8 @@ class RawClient {
     void sendAll(const std::vector<std::vector<uint8_t>>& requests);
     /// The next reply or error; events are passed over.
     Answer receive();
+    /// True when something of the server's is there to be received within that time.
+    [[nodiscard]] bool hasAnswer(int milliseconds) const;
     /// Sends a request that is answered, and waits for that answer.
     Answer ask(const std::vector<uint8_t>& request);
 
