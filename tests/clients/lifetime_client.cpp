@@ -1,10 +1,12 @@
-// lifetime_client context|swapped|current [handler]: things that vanish while they are in use. The
-// client has no X error handler of its own and must not need one; with "handler" it has one that
-// ignores every error. Without it, "current" cannot pass on Mesa's own software presentation, which
-// asks for the vanished window's size on the application's connection.
+// lifetime_client context|swapped|current [handler|exit]: things that vanish while they are in use.
+// The client has no X error handler of its own and must not need one; with "handler" it has one
+// that ignores every error, with "exit" one that ends the process, which then destroys a context.
+// Without it, "current" cannot pass on Mesa's own software presentation, which asks for the
+// vanished window's size on the application's connection.
 #include "client.h"
 #include "draw.h"
 
+#include <cstdlib>
 #include <cstring>
 
 using namespace kor::client;
@@ -90,6 +92,17 @@ int ignoreError(Display* /*display*/, XErrorEvent* /*event*/) {
     return 0;
 }
 
+GLXContext spare = nullptr;
+Display* spareDisplay = nullptr;
+
+int endOnError(Display* /*display*/, XErrorEvent* /*event*/) {
+    std::exit(3);
+}
+
+void destroySpare() {
+    glXDestroyContext(spareDisplay, spare);
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -98,6 +111,12 @@ int main(int argc, char** argv) {
         XSetErrorHandler(ignoreError);
     Display* const display = openDisplay();
     XVisualInfo* const visual = chooseVisual(display, Buffering::Double);
+    if (argc > 2 && std::strcmp(argv[2], "exit") == 0) {
+        spare = createContext(display, visual);
+        spareDisplay = display;
+        std::atexit(destroySpare);
+        XSetErrorHandler(endOnError);
+    }
     if (std::strcmp(argv[1], "context") == 0)
         destroyCurrentContext(display, visual);
     else if (std::strcmp(argv[1], "swapped") == 0)
@@ -108,6 +127,7 @@ int main(int argc, char** argv) {
         fail("an argument among context, swapped and current");
     XSync(display, False);
     XFree(visual);
-    XCloseDisplay(display);
+    if (spare == nullptr)
+        XCloseDisplay(display);
     return passed("lifetime_client");
 }

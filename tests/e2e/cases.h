@@ -94,6 +94,8 @@ inline std::vector<ClientCase> libraryCases() {
          .command = {"shared_window_client", "2", "resize"}},
         {.name = "FourThreadsOnOneWindowResized",
          .command = {"shared_window_client", "4", "resize"}},
+        {.name = "WindowDestroyedAfterSwapWithHandlerThatEndsTheProcess",
+         .command = {"lifetime_client", "swapped", "exit"}},
         {.name = "ErrorHandlerLeavesTheCall", .command = {"error_client", "leave"}},
         {.name = "SharedMemory",
          .command = {"resize_client"},
