@@ -136,7 +136,8 @@ void addDrawable(Display* display, GLXDrawable drawable, GLXFBConfig fbconfig,
     entry.fbconfig = fbconfig;
     entry.destroy = destroy;
     int doubleBuffered = 0;
-    driver.glXGetFBConfigAttrib(display, fbconfig, GLX_DOUBLEBUFFER, &doubleBuffered);
+    if (driver.glXGetFBConfigAttrib)
+        driver.glXGetFBConfigAttrib(display, fbconfig, GLX_DOUBLEBUFFER, &doubleBuffered);
     entry.doubleBuffered = doubleBuffered != 0;
     const std::lock_guard lock(tablesMutex());
     if (LocalDisplay* local = findLocalDisplay(display))
@@ -163,10 +164,10 @@ void destroyDrawable(Display* display, GLXDrawable drawable, DestroyDrawable des
         }
     }
     entry.destroy = destroy;
-    if (known)
-        destroyLater(display, drawable, entry);
-    else // nothing that was made here, or dead already: let the driver answer
-        destroy(display, drawable);
+    if (!known) // nothing that was made here, or dead already: let the driver answer
+        return destroy(display, drawable);
+    destroyLater(display, drawable, entry);
+    beginRow(display, drawable);
 }
 
 void destroyContext(Display* display, GLXContext context) {

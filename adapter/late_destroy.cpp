@@ -10,6 +10,9 @@
 #include <optional>
 
 namespace kor::adapter {
+
+std::atomic<int> leftDrawables{0};
+
 namespace {
 
 // What one thread leaves at most: two windows of 3840x2160, or sixty-four of any size.
@@ -77,6 +80,7 @@ std::vector<LeftDrawable> takeSurplus(LocalDisplay& local) {
             state.left--;
         else
             orphans--;
+        leftDrawables--;
         surplus.push_back(*left);
         left = local.left.erase(left);
     }
@@ -119,6 +123,7 @@ void destroyLater(Display* display, GLXDrawable drawable, const DrawableEntry& e
                 threadEnd.used = true; // its destructor runs for threads that touched it
                 state.left++;
             }
+            leftDrawables++;
             local->left.push_back({drawable, entry, state.ended ? nullptr : &state});
             surplus = takeSurplus(*local);
         } else {
@@ -126,13 +131,18 @@ void destroyLater(Display* display, GLXDrawable drawable, const DrawableEntry& e
         }
     }
     destroyAll(display, surplus);
+}
+
+void beginRow(Display* display, GLXDrawable drawable) {
     state.rowDisplay = display;
     state.rowPbuffer = drawable;
 }
 
 GLXPbuffer takeBack(Display* display, GLXFBConfig fbconfig, const PlainSize& size) {
+    if (nothingLeft())
+        return None;
     const GLXPbuffer wanted = state.rowDisplay == display ? state.rowPbuffer : None;
-    endRow();
+    forgetRow();
     if (wanted == None || size == PlainSize() || !driver.canLendContext())
         return None;
     // It lives on for a thread that still has it current.
@@ -150,13 +160,14 @@ GLXPbuffer takeBack(Display* display, GLXFBConfig fbconfig, const PlainSize& siz
         return None;
     local->drawables.insert_or_assign(wanted, found->entry);
     local->left.erase(found);
+    leftDrawables--;
     state.left--;
     return wanted;
 }
 
-void destroyLeft(Display* display) {
-    if (__builtin_expect(state.left == 0 && orphans.load(std::memory_order_relaxed) == 0, 1))
-        return;
+void destroyWhatIsLeft(Display* display) {
+    if (state.left == 0 && orphans.load(std::memory_order_relaxed) == 0)
+        return; // it is another thread's
     std::vector<LeftDrawable> mine;
     {
         const std::lock_guard lock(tablesMutex());
@@ -167,6 +178,7 @@ void destroyLeft(Display* display) {
             mine.assign(first, local->left.end());
             local->left.erase(first, local->left.end());
             orphans -= countOf(mine, nullptr);
+            leftDrawables -= static_cast<int>(mine.size());
         }
         state.left = 0; // counted anew: what was left on a connection that ended is not mine either
         forEachLocalDisplay([](LocalDisplay& local) { state.left += countOf(local.left, &state); });
@@ -174,12 +186,13 @@ void destroyLeft(Display* display) {
     destroyAll(display, mine);
 }
 
-void endRow() {
+void forgetRow() {
     state.rowPbuffer = None;
 }
 
 void destroyAtClose(Display* display, const std::vector<LeftDrawable>& left, const Helper& helper) {
     orphans -= countOf(left, nullptr);
+    leftDrawables -= static_cast<int>(left.size());
     if (left.empty())
         return;
     std::optional<CurrentState> current;

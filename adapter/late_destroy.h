@@ -3,6 +3,8 @@
 
 #include "local_displays.h"
 
+#include <atomic>
+
 namespace kor::adapter {
 
 /// A drawable that the library destroys is left for a while before the driver destroys it.
@@ -30,11 +32,28 @@ void destroyLater(Display* display, GLXDrawable drawable, const DrawableEntry& e
 /// when that is of another kind, or when the thread has called anything else since.
 GLXPbuffer takeBack(Display* display, GLXFBConfig fbconfig, const PlainSize& size);
 
-/// To be called after a make-current with a context: ends what the thread left.
-void destroyLeft(Display* display);
+/// How many drawables all threads left on all connections. Without any, a make-current and a swap
+/// cost this one look.
+extern std::atomic<int> leftDrawables;
+inline bool nothingLeft() {
+    return __builtin_expect(leftDrawables.load(std::memory_order_relaxed) == 0, 1);
+}
 
+/// To be called after a make-current with a context: ends what the thread left.
+void destroyWhatIsLeft(Display* display);
+inline void destroyLeft(Display* display) {
+    if (!nothingLeft())
+        destroyWhatIsLeft(display);
+}
+
+/// The library has just destroyed the drawable, which is left: the next call may ask for it again.
+void beginRow(Display* display, GLXDrawable drawable);
 /// To be called by whatever stands between a pbuffer's end and the next one's making.
-void endRow();
+void forgetRow();
+inline void endRow() {
+    if (!nothingLeft())
+        forgetRow();
+}
 
 /// For the end of a connection, which is in the tables no more: ends all that was left, with the
 /// helper current when the thread has nothing.

@@ -176,6 +176,14 @@ TEST_F(LateDestroy, WhileItIsCurrentAnywhereItIsNotGivenBack) {
     }).join();
 }
 
+TEST_F(LateDestroy, DestroyedWhileCurrentItIsNotGivenBackAfterItWasLeft) {
+    const GLXPbuffer drawable = pbuffer();
+    ASSERT_TRUE(gl.glXMakeCurrent(display, drawable, context));
+    gl.glXDestroyPbuffer(display, drawable);
+    gl.glXMakeCurrent(display, None, nullptr);
+    EXPECT_NE(pbuffer(), drawable);
+}
+
 TEST_F(LateDestroy, WhatAnEndedThreadLeftGoesWithTheNextThreadsContext) {
     GLXPbuffer left = None;
     std::thread([&] {
