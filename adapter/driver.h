@@ -56,6 +56,7 @@ class SystemLibrary : public FunctionSource {
     X(glXQueryServerString)                                                                        \
     X(glXGetClientString)                                                                          \
     X(glXChooseFBConfig)                                                                           \
+    X(glXChooseFBConfigSGIX)                                                                       \
     X(glXGetFBConfigs)                                                                             \
     X(glXGetFBConfigAttrib)                                                                        \
     X(glXGetVisualFromFBConfig)                                                                    \

@@ -143,6 +143,26 @@ template <auto find> XVisualInfo* visualOfFbconfig(Display* display, GLXFBConfig
     return (driver.*find)(display, ownFbconfig(display, config));
 }
 
+/// A caller that does not ask how many there are cannot use them either.
+GLXFBConfig* chooseFbconfigs(Display* display, int screen, const int* attributes, int* count) {
+    GLXFBConfig* const configs = driver.glXChooseFBConfig(display, screen, attributes, count);
+    giveHandles(display, configs, count ? *count : 0);
+    return configs;
+}
+
+GLXFBConfigSGIX* chooseFbconfigsSGIX(Display* display, int screen, int* attributes, int* count) {
+    GLXFBConfigSGIX* const configs =
+        driver.glXChooseFBConfigSGIX(display, screen, attributes, count);
+    giveHandles(display, configs, count ? *count : 0);
+    return configs;
+}
+
+GLXFBConfig* getFbconfigs(Display* display, int screen, int* count) {
+    GLXFBConfig* const configs = driver.glXGetFBConfigs(display, screen, count);
+    giveHandles(display, configs, count ? *count : 0);
+    return configs;
+}
+
 struct FixedFunction {
     const char* name;
     void* function;
@@ -170,6 +190,9 @@ void* findFixed(const char* name) {
         fixed("glXCreateNewContext", createNewContext),
         fixed("glXCreateContextAttribsARB", createContextAttribs),
         fixed("glXCreateContextWithConfigSGIX", createContextSGIX),
+        fixed("glXChooseFBConfig", chooseFbconfigs),
+        fixed("glXChooseFBConfigSGIX", chooseFbconfigsSGIX),
+        fixed("glXGetFBConfigs", getFbconfigs),
         fixed("glXGetFBConfigAttrib", askFbconfig<&Driver::glXGetFBConfigAttrib>),
         fixed("glXGetFBConfigAttribSGIX", askFbconfig<&Driver::glXGetFBConfigAttribSGIX>),
         fixed("glXGetVisualFromFBConfig", visualOfFbconfig<&Driver::glXGetVisualFromFBConfig>),

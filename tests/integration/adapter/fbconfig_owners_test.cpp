@@ -1,5 +1,7 @@
 #include "local_display_test.h"
 
+#include <map>
+
 namespace kor::test {
 namespace {
 
@@ -61,6 +63,29 @@ TEST_F(ForeignFbconfig, AnswersQuestions) {
     XVisualInfo* const visual = gl.glXGetVisualFromFBConfig(second, config);
     ASSERT_NE(visual, nullptr);
     XFree(visual);
+}
+
+TEST_F(ForeignFbconfig, IsTheSameOneOnEveryConnectionAlsoAfterItsOwnIsClosed) {
+    const auto getAll = [&](Display* display) {
+        std::map<GLXFBConfig, int> all;
+        int count = 0;
+        GLXFBConfig* const configs = gl.glXGetFBConfigs(display, DefaultScreen(display), &count);
+        for (int i = 0; i < count; ++i)
+            all[configs[i]] = idOf(gl, display, configs[i]);
+        XFree(configs);
+        return all;
+    };
+    const std::map<GLXFBConfig, int> before = getAll(first);
+    ASSERT_GT(before.size(), 10U);
+    EXPECT_EQ(getAll(second), before);
+    // Addresses of closed connections come back, and belong to other configs then.
+    for (int i = 0; i < 4; ++i) {
+        const Connection another;
+        EXPECT_EQ(getAll(another), before);
+        for (const auto& [handle, id] : before)
+            EXPECT_EQ(idOf(gl, another, handle), id);
+    }
+    EXPECT_EQ(errors.count(), 0);
 }
 
 TEST_F(ForeignFbconfig, UnknownOnesArePassedOn) {

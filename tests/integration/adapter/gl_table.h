@@ -25,6 +25,7 @@ namespace kor::test {
     X(glXGetCurrentReadDrawable)                                                                   \
     X(glXQueryDrawable)                                                                            \
     X(glXChooseFBConfig)                                                                           \
+    X(glXGetFBConfigs)                                                                             \
     X(glXGetFBConfigAttrib)                                                                        \
     X(glXGetVisualFromFBConfig)                                                                    \
     X(glXGetProcAddressARB)                                                                        \
