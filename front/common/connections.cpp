@@ -1,6 +1,7 @@
 #include "connections.h"
 
 #include "error_stand_in.h"
+#include "shared_connections.h"
 #include "support/forked_child.h"
 
 #include <X11/Xlib.h>
@@ -71,6 +72,10 @@ Display* onApplicationDisplay(Display* display) {
 }
 
 Display* onConnection(Display* display, int role) {
+    if (role == localConnection) {
+        if (Display* shared = shareOpenConnection(display))
+            return shared;
+    }
     if (role == copybackConnection) {
         driverIsThere();
         display = onApplicationDisplay(display);
@@ -90,7 +95,12 @@ Display* onConnection(Display* display, int role) {
         if (!driverTold.exchange(true))
             driverIsThere();
     }
-    return display;
+    return role == localConnection ? offerForSharing(display) : display;
+}
+
+void onConnectionEnd(Display* display, int /*role*/) {
+    if (isLastUserGone(display))
+        XCloseDisplay(display);
 }
 
 } // namespace
@@ -105,8 +115,13 @@ void prepareConnections(void* korLibrary, void* adapter, void (*driverLoaded)())
             reinterpret_cast<void (*)(Display*)>(dlsym(adapter, "kor_adapter_local_display"));
     using Hook = Display*(Display*, int);
     auto* setHook = reinterpret_cast<void (*)(Hook*)>(dlsym(korLibrary, "kor_set_connection_hook"));
-    if (setHook != nullptr)
-        setHook(onConnection);
+    using EndHook = void(Display*, int);
+    auto* setEndHook =
+        reinterpret_cast<void (*)(EndHook*)>(dlsym(korLibrary, "kor_set_connection_end_hook"));
+    if (setHook == nullptr || setEndHook == nullptr)
+        return;
+    setEndHook(onConnectionEnd);
+    setHook(onConnection);
 }
 
 } // namespace kor::front

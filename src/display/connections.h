@@ -19,6 +19,9 @@ enum ConnectionRole {
 /// caller owns the connection.
 Display* openConnection(const char* name, ConnectionRole role);
 
+/// XCloseDisplay, or what the connection end hook does in its place.
+void closeConnection(Display* display, ConnectionRole role);
+
 } // namespace kor::gl
 
 extern "C" {
@@ -42,6 +45,12 @@ enum kor_error_moment {
     KOR_ERROR_EXPECTED = 2,
 };
 KOR_EXPORT enum kor_error_moment kor_when_to_tell_error(void (*afterwards)());
+
+/// Names a function that is called in the place of XCloseDisplay for each connection to the local
+/// display that the library has no more use for, as often as the connection hook has returned it:
+/// for a front whose connection hook gives one connection several times. Any thread. To be set
+/// before kor_init; null for none.
+KOR_EXPORT void kor_set_connection_end_hook(void (*hook)(Display* display, int role));
 }
 
 #endif
