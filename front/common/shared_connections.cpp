@@ -1,10 +1,11 @@
 #include "shared_connections.h"
 
+#include "support/forked_child.h"
+
 #include <algorithm>
 #include <cstring>
 #include <mutex>
 #include <poll.h>
-#include <unistd.h>
 #include <vector>
 
 namespace kor::front {
@@ -14,20 +15,16 @@ namespace {
 struct Shared {
     Display* display;
     int users;
-    pid_t process; // that opened it: a forked child must not talk over its parent's
 };
 
-// Both live until the process ends: threads may come by while it exits. The lock guards the list
-// only and is never held while Xlib is called.
-std::mutex& sharedMutex() {
-    static auto* mutex = new std::mutex;
-    return *mutex;
-}
-
-std::vector<Shared>& sharedConnections() {
-    static auto* connections = new std::vector<Shared>;
-    return *connections;
-}
+/// Live until the process ends: threads may come by while it exits. A forked child has its own: it
+/// must not talk over its parent's. The lock guards the list only and is never held while Xlib is
+/// called.
+struct SharedConnections {
+    std::mutex mutex;
+    std::vector<Shared> all;
+};
+PerProcess<SharedConnections> connections;
 
 /// A connection that broke is of no use to another display; its descriptor tells.
 bool isBroken(Display* display) {
@@ -39,8 +36,8 @@ bool isBroken(Display* display) {
 /// Takes a user for an open connection to the same display; null when there is none. Under the
 /// lock.
 Display* takeUser(Display* display) {
-    for (Shared& shared : sharedConnections()) {
-        if (shared.process != getpid() || isBroken(shared.display))
+    for (Shared& shared : connections->all) {
+        if (isBroken(shared.display))
             continue;
         if (display != nullptr &&
             strcmp(DisplayString(display), DisplayString(shared.display)) != 0)
@@ -56,7 +53,7 @@ Display* takeUser(Display* display) {
 Display* shareOpenConnection(Display* display) {
     Display* shared = nullptr;
     {
-        const std::lock_guard lock(sharedMutex());
+        const std::lock_guard lock(connections->mutex);
         shared = takeUser(display);
     }
     if (shared != nullptr && display != nullptr)
@@ -67,10 +64,10 @@ Display* shareOpenConnection(Display* display) {
 Display* offerForSharing(Display* display) {
     Display* quicker = nullptr;
     {
-        const std::lock_guard lock(sharedMutex());
+        const std::lock_guard lock(connections->mutex);
         quicker = takeUser(display);
         if (quicker == nullptr) {
-            sharedConnections().push_back({display, 1, getpid()});
+            connections->all.push_back({display, 1});
             return display;
         }
     }
@@ -79,8 +76,8 @@ Display* offerForSharing(Display* display) {
 }
 
 bool isLastUserGone(Display* display) {
-    const std::lock_guard lock(sharedMutex());
-    std::vector<Shared>& all = sharedConnections();
+    const std::lock_guard lock(connections->mutex);
+    std::vector<Shared>& all = connections->all;
     const auto shared = std::find_if(all.begin(), all.end(),
                                      [&](const Shared& other) { return other.display == display; });
     if (shared == all.end())
