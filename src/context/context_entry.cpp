@@ -11,18 +11,18 @@
 using kor::Lock;
 using kor::gl::callLocal;
 using kor::gl::ContextInfo;
+using kor::gl::LocalDisplay;
+using kor::gl::pinLocalDisplay;
 
 void kor_glXDestroyContext(Display* dpy, GLXContext ctx) {
     KOR_DEBUG("START");
     if (!_setupAppDisplay(dpy, nullptr))
         return;
-    Display* local = _getLocalDisplay(nullptr);
-    if (local == nullptr) {
+    const LocalDisplay local = pinLocalDisplay(nullptr);
+    if (!local) {
         KOR_DEBUG("no local display");
         return;
     }
-    // The last record of a display may take the connection with it, which is needed to the end.
-    const kor::gl::LocalDisplayHold hold(getTSD()->appDisplay);
     std::unique_ptr<ContextInfo> removed; // deleted outside the lock
     {
         const Lock lock(kor::gl::getContextMutex());
@@ -42,19 +42,19 @@ void kor_glXDestroyContext(Display* dpy, GLXContext ctx) {
     }
     removed.reset();
     clearDeletedDrawables();
-    callLocal(system_glXDestroyContext, local, ctx);
+    callLocal(system_glXDestroyContext, local.get(), ctx);
 }
 
 void kor_glXCopyContext(Display* dpy, GLXContext src, GLXContext dst, unsigned long mask) {
     KOR_DEBUG("START");
     if (!_setupAppDisplay(dpy, nullptr))
         return;
-    Display* local = _getLocalDisplay(nullptr);
-    if (local == nullptr) {
+    const LocalDisplay local = pinLocalDisplay(nullptr);
+    if (!local) {
         KOR_DEBUG("no local display");
         return;
     }
-    callLocal(system_glXCopyContext, local, src, dst, mask);
+    callLocal(system_glXCopyContext, local.get(), src, dst, mask);
     // Whatever the mask holds: of the state that is tracked, only the draw buffer is copied.
     const Lock lock(kor::gl::getContextMutex());
     const ContextInfo* source = kor::gl::findContext(src);
@@ -67,24 +67,24 @@ int kor_glXQueryContext(Display* dpy, GLXContext ctx, int attribute, int* value)
     KOR_DEBUG("START");
     if (!_setupAppDisplay(dpy, nullptr))
         return -1; // no GLX error code: kept on purpose
-    Display* local = _getLocalDisplay(nullptr);
-    if (local == nullptr) {
+    const LocalDisplay local = pinLocalDisplay(nullptr);
+    if (!local) {
         KOR_DEBUG("no local display");
         return -1;
     }
-    return callLocal(system_glXQueryContext, local, ctx, attribute, value);
+    return callLocal(system_glXQueryContext, local.get(), ctx, attribute, value);
 }
 
 Bool kor_glXIsDirect(Display* dpy, GLXContext ctx) {
     KOR_DEBUG("START");
     if (!_setupAppDisplay(dpy, nullptr))
         return False;
-    Display* local = _getLocalDisplay(nullptr);
-    if (local == nullptr) {
+    const LocalDisplay local = pinLocalDisplay(nullptr);
+    if (!local) {
         KOR_DEBUG("no local display");
         return False;
     }
     if (ctx == nullptr)
         return False;
-    return callLocal(system_glXIsDirect, local, ctx);
+    return callLocal(system_glXIsDirect, local.get(), ctx);
 }

@@ -6,6 +6,8 @@
 #include "support/handle_text.h"
 #include "support/log.h"
 
+#include <utility>
+
 namespace kor::gl {
 
 namespace {
@@ -16,11 +18,13 @@ PerProcess<Mutex> contextMutex;
 } // namespace
 
 ContextInfo::ContextInfo(Display* display, GLXContext context, LocalVisualInfo* visualInfo,
-                         GLXFBConfig fbconfig)
+                         GLXFBConfig fbconfig, LocalDisplay local)
     : display(display), context(context), visualInfo(visualInfo), fbconfig(fbconfig),
-      drawBuffer(visualInfo != nullptr && visualInfo->doubleBuffered ? GL_BACK : GL_FRONT) {}
+      drawBuffer(visualInfo != nullptr && visualInfo->doubleBuffered ? GL_BACK : GL_FRONT),
+      local(std::move(local)) {}
 
 ContextInfo::~ContextInfo() {
+    local = LocalDisplay();
     _unsetLocalDisplay(display);
 }
 
@@ -50,11 +54,11 @@ bool anyContextUses(Display* appDpy) {
 } // namespace kor::gl
 
 void addToContextMap(Display* dpy, GLXContext ctx, kor::gl::LocalVisualInfo* lvi,
-                     GLXFBConfig fbconfig) {
+                     GLXFBConfig fbconfig, const kor::gl::LocalDisplay& local) {
     {
         const kor::Lock lock(kor::gl::getContextMutex());
         if (kor::gl::ContextInfo** slot = kor::gl::getContextMap().findOrInsert(ctx))
-            *slot = new kor::gl::ContextInfo(dpy, ctx, lvi, fbconfig);
+            *slot = new kor::gl::ContextInfo(dpy, ctx, lvi, fbconfig, local);
     }
     KOR_DEBUG("added context %x to the map.", handleText(ctx));
 }

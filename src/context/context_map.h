@@ -2,6 +2,7 @@
 #define KOR_CONTEXT_CONTEXT_MAP_H
 
 #include "core/gl_headers.h"
+#include "display/shared_connection.h"
 #include "support/bucket_map.h"
 #include "support/mutex.h"
 #include "visual/visual_map.h"
@@ -13,13 +14,13 @@ namespace kor::gl {
 class ContextInfo {
   public:
     ContextInfo(Display* display, GLXContext context, LocalVisualInfo* visualInfo,
-                GLXFBConfig fbconfig);
+                GLXFBConfig fbconfig, LocalDisplay local = LocalDisplay());
     /// Gives up the application display's hold on its local connection; never under a lock.
     virtual ~ContextInfo();
     ContextInfo(const ContextInfo&) = delete;
     ContextInfo& operator=(const ContextInfo&) = delete;
 
-    Display* display; // the application display that it was made on
+    Display* display; // the application display that it was made on; null once that is closed
     GLXContext context;
     LocalVisualInfo* visualInfo; // not owned
     GLXFBConfig fbconfig;        // the local one that was really used
@@ -29,7 +30,9 @@ class ContextInfo {
     bool forceNextReadback = true; // pixels changed that a samples query does not count
     bool current = false;          // to some thread
     bool destroyed = false;        // by the application, while it was current
+    bool leftBehind = false;       // that thread has ended
     bool debugCallbackRegistered = false;
+    LocalDisplay local; // where it lives, which stays open for as long as the record is there
 
     bool doubleBuffered() const { return visualInfo != nullptr && visualInfo->doubleBuffered; }
 };
@@ -45,9 +48,11 @@ ContextInfo* findContext(GLXContext ctx);
 
 } // namespace kor::gl
 
-/// Notes a new context. A record that the handle had before is replaced and left alone.
+/// Notes a new context, made on that local connection. A record that the handle had before is
+/// replaced and left alone.
 void addToContextMap(Display* dpy, GLXContext ctx, kor::gl::LocalVisualInfo* lvi,
-                     GLXFBConfig fbconfig);
+                     GLXFBConfig fbconfig,
+                     const kor::gl::LocalDisplay& local = kor::gl::LocalDisplay());
 
 /// The local fbconfig of a context; null (and an ERROR line) when it is unknown.
 GLXFBConfig getFBConfig(GLXContext ctx);

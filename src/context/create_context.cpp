@@ -27,10 +27,10 @@ class Creation {
         tsd_ = getTSD();
         if (!_setupAppDisplay(dpy_, tsd_))
             return false;
-        local_ = _getLocalDisplay(tsd_);
-        if (local_ == nullptr)
+        local_ = kor::gl::pinLocalDisplay(tsd_);
+        if (!local_)
             debug("no local display");
-        return local_ != nullptr;
+        return static_cast<bool>(local_);
     }
 
     template <typename Key> bool findVisual(Key key) {
@@ -48,7 +48,7 @@ class Creation {
         }
         if (tsd_->throwawayContext == nullptr)
             tsd_->throwawayContext = context;
-        addToContextMap(dpy_, context, visual_, fbconfig);
+        addToContextMap(dpy_, context, visual_, fbconfig, local_);
         return context;
     }
 
@@ -61,14 +61,14 @@ class Creation {
         return kor::conf::settings().forceBestFbconfig && visual_->localFbconfigs != nullptr;
     }
 
-    Display* local() const { return local_; }
+    Display* local() const { return local_.get(); }
     const LocalVisualInfo& visual() const { return *visual_; }
 
   private:
     const char* function_;
     Display* dpy_;
     TSD* tsd_ = nullptr;
-    Display* local_ = nullptr;
+    kor::gl::LocalDisplay local_;
     LocalVisualInfo* visual_ = nullptr;
 };
 

@@ -4,6 +4,7 @@
 
 #include "config/settings.h"
 #include "core/entry_points.h"
+#include "display/display_end.h"
 #include "display/local_call.h"
 #include "drawable/registry.h" // a make-current joins both kinds of record
 #include "support/handle_text.h"
@@ -16,6 +17,8 @@ using kor::gl::callLocal;
 using kor::gl::ContextInfo;
 using kor::gl::DrawableInfo;
 using kor::gl::DrawableRef;
+using kor::gl::LocalDisplay;
+using kor::gl::pinLocalDisplay;
 using kor::gl::TSD;
 
 namespace {
@@ -67,6 +70,7 @@ static void setCurrent(TSD* tsd, GLXContext ctx, DrawableInfo* draw, DrawableInf
         if (ctx != nullptr) {
             if (ContextInfo* record = kor::gl::findContext(ctx)) {
                 record->current = true;
+                record->leftBehind = false;
                 if (kor::conf::settings().addGlDebugCallback && !record->debugCallbackRegistered) {
                     kor::gl::registerDebugCallback();
                     record->debugCallbackRegistered = true;
@@ -84,6 +88,26 @@ static void setCurrent(TSD* tsd, GLXContext ctx, DrawableInfo* draw, DrawableInf
     if (read != nullptr && read != draw)
         read->lastContext = ctx;
     tsd->currentContext = ctx;
+}
+
+void kor::gl::leaveCurrentOf(TSD& tsd, Display* appDpy) {
+    const auto belongs = [&](const DrawableInfo* record) {
+        return record != nullptr && record->appDisplay == appDpy;
+    };
+    bool leaves = belongs(tsd.currentDrawable) || belongs(tsd.currentReadDrawable);
+    LocalDisplay local;
+    if (tsd.currentContext != nullptr) {
+        const Lock lock(getContextMutex());
+        if (const ContextInfo* record = findContext(tsd.currentContext)) {
+            leaves = leaves || record->display == appDpy;
+            local = record->local;
+        }
+    }
+    if (!leaves)
+        return;
+    if (local)
+        callLocal(system_glXMakeCurrent, local.get(), GLXDrawable{None}, GLXContext{nullptr});
+    setCurrent(&tsd, nullptr, nullptr, nullptr);
 }
 
 Bool kor_glXMakeCurrent(Display* dpy, GLXDrawable drawable, GLXContext ctx) {
@@ -104,13 +128,13 @@ Bool kor_glXMakeCurrent(Display* dpy, GLXDrawable drawable, GLXContext ctx) {
             KOR_DEBUG("no current context, skipping...");
             return True;
         }
-        Display* local = _getLocalDisplay(tsd);
-        if (local == nullptr) {
+        const LocalDisplay local = pinLocalDisplay(tsd);
+        if (!local) {
             KOR_DEBUG("no local display");
             return False;
         }
         const Bool result =
-            callLocal(system_glXMakeCurrent, local, GLXDrawable{None}, GLXContext{nullptr});
+            callLocal(system_glXMakeCurrent, local.get(), GLXDrawable{None}, GLXContext{nullptr});
         setCurrent(tsd, nullptr, nullptr, nullptr);
         return result;
     }
@@ -119,8 +143,8 @@ Bool kor_glXMakeCurrent(Display* dpy, GLXDrawable drawable, GLXContext ctx) {
         return False;
     }
 
-    Display* local = _getLocalDisplay(tsd);
-    if (local == nullptr) {
+    const LocalDisplay local = pinLocalDisplay(tsd);
+    if (!local) {
         KOR_DEBUG("no local display");
         return False;
     }
@@ -136,7 +160,7 @@ Bool kor_glXMakeCurrent(Display* dpy, GLXDrawable drawable, GLXContext ctx) {
     Bool result = False;
     {
         const Lock lock(getLocalDisplayMutex());
-        result = system_glXMakeCurrent(local, draw->localDrawable, ctx);
+        result = system_glXMakeCurrent(local.get(), draw->localDrawable, ctx);
     }
     if (!result) {
         KOR_DEBUG("failed on local make current.");
@@ -162,12 +186,12 @@ Bool kor_glXMakeContextCurrent(Display* dpy, GLXDrawable draw, GLXDrawable read,
             KOR_DEBUG("no current context, skipping...");
             return True;
         }
-        Display* local = _getLocalDisplay(tsd);
-        if (local == nullptr) {
+        const LocalDisplay local = pinLocalDisplay(tsd);
+        if (!local) {
             KOR_DEBUG("no local display");
             return False;
         }
-        const Bool result = callLocal(system_glXMakeContextCurrent, local, GLXDrawable{None},
+        const Bool result = callLocal(system_glXMakeContextCurrent, local.get(), GLXDrawable{None},
                                       GLXDrawable{None}, GLXContext{nullptr});
         setCurrent(tsd, nullptr, nullptr, nullptr);
         return result;
@@ -177,8 +201,8 @@ Bool kor_glXMakeContextCurrent(Display* dpy, GLXDrawable draw, GLXDrawable read,
         return False;
     }
 
-    Display* local = _getLocalDisplay(tsd);
-    if (local == nullptr) {
+    const LocalDisplay local = pinLocalDisplay(tsd);
+    if (!local) {
         KOR_DEBUG("no local display");
         return False;
     }
@@ -198,7 +222,7 @@ Bool kor_glXMakeContextCurrent(Display* dpy, GLXDrawable draw, GLXDrawable read,
     {
         const Lock lock(getLocalDisplayMutex());
         result = system_glXMakeContextCurrent(
-            local, drawRecord->localDrawable,
+            local.get(), drawRecord->localDrawable,
             readRecord ? readRecord->localDrawable.load() : GLXDrawable{None}, ctx);
     }
     if (!result)
@@ -231,5 +255,5 @@ GLXDrawable kor_glXGetCurrentReadDrawable() {
 Display* kor_glXGetCurrentDisplay() {
     KOR_DEBUG("START");
     const TSD* tsd = getTSD();
-    return tsd != nullptr && tsd->currentContext != nullptr ? tsd->appDisplay : nullptr;
+    return tsd != nullptr && tsd->currentContext != nullptr ? tsd->appDisplay.load() : nullptr;
 }

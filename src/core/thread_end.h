@@ -4,10 +4,14 @@
 #include <X11/Xlib.h>
 
 /// What the end of a thread's record and of the library asks of higher floors. Implemented in
-/// display/local_display.cpp, drawable/drawable_names.cpp and transport/copyback.cpp.
+/// display/local_display.cpp, context/ended_contexts.cpp, drawable/drawable_names.cpp and
+/// transport/copyback.cpp.
 
 namespace kor::gl {
 class TSD;
+
+/// Notes that the thread that has the current context is gone.
+void leaveContextBehind(const TSD& tsd);
 
 /// Takes the thread's two drawable fields back, so that the records may go.
 void dropCurrentDrawables(TSD& tsd);

@@ -4,9 +4,11 @@
 #include "core/tls_key.h"
 #include "support/forked_child.h"
 #include "support/log.h"
+#include "support/mutex.h"
 
 #include <atomic>
 #include <cerrno>
+#include <list>
 
 namespace {
 
@@ -23,6 +25,18 @@ kor::InForkedChild forgetRecord([] {
 
 void destroyTSD(void* record) {
     delete static_cast<kor::gl::TSD*>(record);
+}
+
+/// The records of all threads, behind their lock.
+struct Records {
+    kor::Mutex mutex;
+    std::list<kor::gl::TSD*> list;
+};
+
+kor::PerProcess<Records> allRecords;
+
+Records& records() {
+    return *allRecords;
 }
 
 } // namespace
@@ -55,8 +69,38 @@ void renewTSDKey() {
         createTSDKey();
 }
 
+bool threadRecordsAreKept() {
+    return tsdKey.load(std::memory_order_relaxed) != noTLSKey;
+}
+
+TSD* knownTSD() {
+    const TLSKey key = tsdKey.load(std::memory_order_relaxed);
+    return key != noTLSKey ? static_cast<TSD*>(pthread_getspecific(key)) : nullptr;
+}
+
+void forgetAppDisplay(Display* appDpy) {
+    const Lock lock(records().mutex);
+    for (TSD* tsd : records().list) {
+        if (tsd->appDisplay.load() != appDpy)
+            continue;
+        tsd->appDisplayClosed = true;
+        Display* closed = appDpy; // unless the thread has gone on to another meanwhile
+        tsd->appDisplay.compare_exchange_strong(closed, nullptr);
+    }
+}
+
+TSD::TSD() {
+    const Lock lock(records().mutex);
+    records().list.push_back(this);
+}
+
 TSD::~TSD() {
     KOR_DEBUG("START");
+    {
+        const Lock lock(records().mutex);
+        records().list.remove(this);
+    }
+    leaveContextBehind(*this);
     dropCurrentDrawables(*this);
     _unsetLocalDisplay(appDisplay);
     if (appDisplay2 != nullptr) {

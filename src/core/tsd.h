@@ -4,6 +4,8 @@
 #include "core/gl_headers.h"
 
 #include <X11/Xlib.h>
+#include <atomic>
+#include <memory>
 #include <pthread.h>
 
 namespace kor {
@@ -17,9 +19,10 @@ TLSKey createTLSKey(void (*destroy)(void*));
 namespace gl {
 
 class DrawableInfo;
+class SharedConnection;
 
 /// What the library knows of one application thread. Made by getTSD() in that thread, touched by
-/// that thread only, destroyed when it exits. Fields start null.
+/// that thread only but for its application display, destroyed when it exits. Fields start null.
 ///
 /// The two drawable fields name records that other threads may delete from the registry at any
 /// time; they are changed only through nameDrawable() (drawable/drawable_info.h), which keeps the
@@ -28,7 +31,14 @@ class TSD {
   public:
     virtual ~TSD();
 
-    Display* appDisplay = nullptr;  // the application display the thread last set up
+    TSD();
+    TSD(const TSD&) = delete;
+    TSD& operator=(const TSD&) = delete;
+
+    // The application display the thread last set up. Another thread that closes the display
+    // clears it (forgetAppDisplay), and sets the flag.
+    std::atomic<Display*> appDisplay{nullptr};
+    std::atomic<bool> appDisplayClosed{false};
     Display* appDisplay2 = nullptr; // our own connection to it, owned
     XExtCodes* extCodes = nullptr;  // of "KOR-V1" on appDisplay2; owned by that connection
     DrawableInfo* currentDrawable = nullptr;
@@ -40,10 +50,20 @@ class TSD {
     /// the thread's application display is the same and no pair has been changed since.
     struct {
         Display* appDisplay = nullptr;
-        Display* localDisplay = nullptr;
+        std::shared_ptr<SharedConnection> connection;
         unsigned generation = 0;
     } lastPair;
 };
+
+/// False before kor_init and after kor_fini.
+bool threadRecordsAreKept();
+
+/// The calling thread's record, or null: none is made.
+TSD* knownTSD();
+
+/// An application display is closed: no thread's record refers to it from now on, wherever its
+/// address may come up again. Takes the lock of the list of records.
+void forgetAppDisplay(Display* appDpy);
 
 } // namespace gl
 } // namespace kor

@@ -17,6 +17,12 @@ namespace {
 /// an application do it one after another.
 kor::PerProcess<kor::Mutex> setupMutex;
 
+void takeAppDisplay(TSD& tsd, Display* dpy) {
+    kor::gl::watchAppDisplay(dpy);
+    tsd.appDisplay = dpy;
+    tsd.appDisplayClosed = false;
+}
+
 } // namespace
 
 bool _setupAppDisplay(Display* dpy, TSD* tsd) {
@@ -28,13 +34,13 @@ bool _setupAppDisplay(Display* dpy, TSD* tsd) {
         return false;
     if (tsd->appDisplay == nullptr) {
         KOR_DEBUG("setting TSD appdpy %p", static_cast<void*>(dpy));
-        tsd->appDisplay = dpy;
+        takeAppDisplay(*tsd, dpy);
     }
     if (tsd->appDisplay != dpy) {
-        KOR_DEBUG("switching TSD appdpy from %p to %p", static_cast<void*>(tsd->appDisplay),
+        KOR_DEBUG("switching TSD appdpy from %p to %p", static_cast<void*>(tsd->appDisplay.load()),
                   static_cast<void*>(dpy));
         if (kor::conf::settings().overrideCachedDisplay)
-            tsd->appDisplay = dpy;
+            takeAppDisplay(*tsd, dpy);
     }
     if (tsd->appDisplay2 != nullptr)
         return true;
@@ -61,8 +67,8 @@ bool _setupAppDisplay(Display* dpy, TSD* tsd) {
         KOR_DEBUG("KOR ext is enabled on display %s (%p)", DisplayString(tsd->appDisplay2),
                   static_cast<void*>(tsd->appDisplay2));
     }
-    Display* local = _getLocalDisplay(tsd);
-    if (local != nullptr && korIsSameXDisplay(dpy, local)) {
+    const kor::gl::LocalDisplay local = kor::gl::pinLocalDisplay(tsd);
+    if (local && korIsSameXDisplay(dpy, local.get())) {
         KOR_ERROR_ECHO("Local display is the same as the application display.");
         // Closed again, so that the thread's next call comes here and fails too.
         XCloseDisplay(tsd->appDisplay2);

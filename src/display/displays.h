@@ -3,6 +3,7 @@
 
 #include "core/thread_end.h"
 #include "core/tsd.h"
+#include "display/shared_connection.h"
 #include "support/mutex.h"
 
 #include <X11/Xlib.h>
@@ -17,41 +18,36 @@
 bool _setupAppDisplay(Display* dpy, kor::gl::TSD* tsd);
 
 /// The local connection of the thread's application display, opened at the first call and shared by
-/// all threads; null when it cannot be had. Owned by the map.
+/// all threads; null when it cannot be had. Owned by the map, which may close it at any time: what
+/// makes calls on it pins it instead, with the next one.
 Display* _getLocalDisplay(kor::gl::TSD* tsd);
-
-/// Both of the above, as most entry points begin: the local connection for a call on dpy, or null
-/// when the thread cannot work on dpy or there is none.
-inline Display* localDisplayFor(Display* dpy, kor::gl::TSD* tsd) {
-    return _setupAppDisplay(dpy, tsd) ? _getLocalDisplay(tsd) : nullptr;
-}
-
-/// Held around every Xlib and GLX call on a local connection, for that call only.
-kor::Mutex& getLocalDisplayMutex();
 
 namespace kor::gl {
 
-/// Keeps the local connection of an application display open for the object's life, whatever the
-/// calling thread deletes meanwhile. When something was deleted, the connection is closed at the
-/// end, unless it is still used. For whoever deletes records and still has a call to make on it.
-class LocalDisplayHold {
-  public:
-    explicit LocalDisplayHold(Display* appDpy);
-    ~LocalDisplayHold();
-    LocalDisplayHold(const LocalDisplayHold&) = delete;
-    LocalDisplayHold& operator=(const LocalDisplayHold&) = delete;
+/// The same, and it stays open for as long as the result lives. None as well when the display that
+/// the thread worked on was closed meanwhile.
+LocalDisplay pinLocalDisplay(TSD* tsd);
 
-    /// True when the calling thread's innermost hold is on that display; it then closes at its end.
-    static bool putsOff(Display* appDpy);
+/// The local connection that is open for an application display; none where there is none.
+LocalDisplay pinPairOf(Display* appDpy);
 
-  private:
-    const Undisturbed undisturbed_; // left last: the chain of holds must not outlive a longjmp
-    LocalDisplayHold* outer_;
-    Display* held_;
-    bool putOff_ = false;
-};
+/// Both of the above, as most entry points begin: the local connection for a call on dpy, or none
+/// when the thread cannot work on dpy or there is none.
+inline LocalDisplay localDisplayFor(Display* dpy, TSD* tsd) {
+    return _setupAppDisplay(dpy, tsd) ? pinLocalDisplay(tsd) : LocalDisplay();
+}
+
+/// Takes the pair of an application display apart, whatever the settings say. The local connection
+/// is closed when nothing else is paired with it and nothing has it pinned; with no lock held.
+void unpairAppDisplay(Display* appDpy);
+
+/// From now on the end of that application display ends what the library has made for it.
+void watchAppDisplay(Display* appDpy);
 
 } // namespace kor::gl
+
+/// Held around every Xlib and GLX call on a local connection, for that call only.
+kor::Mutex& getLocalDisplayMutex();
 
 /// True when both connections lead to the same X server and screen, as far as their names tell.
 bool korIsSameXDisplay(Display* a, Display* b);

@@ -1,64 +1,19 @@
 #include "display/connections.h"
+#include "display/display_map.h"
 #include "display/displays.h"
 #include "display/kor_ext.h"
 #include "display/users.h"
 
 #include "config/settings.h"
-#include "support/bucket_map.h"
 #include "support/forked_child.h"
 #include "support/log.h"
 
-#include <atomic>
 #include <cstdlib>
 #include <cstring>
 
 using kor::gl::TSD;
 
 namespace {
-
-/// Application display to local display, behind its lock. The lock guards the table only: values
-/// are copied out, and it is never held across an Xlib call.
-class DisplayMap {
-  public:
-    Display* find(Display* appDpy) {
-        const kor::Lock lock(mutex_);
-        Display** local = map_.find(appDpy);
-        return local != nullptr ? *local : nullptr;
-    }
-    /// The same for the thread's application display, without the lock as long as the thread's last
-    /// answer holds: every entry point comes by here.
-    Display* find(TSD& tsd) {
-        const unsigned generation = generation_.load(std::memory_order_acquire);
-        if (tsd.lastPair.appDisplay == tsd.appDisplay && tsd.lastPair.generation == generation)
-            return tsd.lastPair.localDisplay;
-        Display* local = find(tsd.appDisplay);
-        if (local != nullptr)
-            tsd.lastPair = {tsd.appDisplay, local, generation};
-        return local;
-    }
-    void set(Display* appDpy, Display* local) {
-        const kor::Lock lock(mutex_);
-        if (Display** slot = map_.findOrInsert(appDpy))
-            *slot = local;
-        generation_.fetch_add(1, std::memory_order_release);
-    }
-    void remove(Display* appDpy) {
-        const kor::Lock lock(mutex_);
-        map_.remove(appDpy);
-        generation_.fetch_add(1, std::memory_order_release);
-    }
-
-  private:
-    kor::Mutex mutex_;
-    kor::BucketMap<Display*, Display*> map_;
-    std::atomic<unsigned> generation_{1}; // changes with the table; never 0, a new thread's value
-};
-
-kor::PerProcess<DisplayMap> displayMaps;
-
-DisplayMap& displayMap() {
-    return *displayMaps;
-}
 
 struct LocalName {
     kor::Mutex mutex; // guards the name
@@ -101,67 +56,91 @@ kor::Mutex& getLocalDisplayMutex() {
     return *localDisplayMutex;
 }
 
-Display* _getLocalDisplay(TSD* tsd) {
+namespace kor::gl {
+
+namespace {
+
+/// Gives it back as often as it was got.
+void close(const DisplayMap::Ended& connection) {
+    if (connection == nullptr)
+        return;
+    {
+        const Lock lock(getLocalDisplayMutex());
+        for (int i = 0; i < connection->opens; ++i)
+            closeConnection(connection->display, LocalConnection);
+    }
+    KOR_LOG_AT("KORGL", LogInfo, "INFO", "void _unsetLocalDisplay(Display*)", false,
+               "closed local display %p mapped to %p", static_cast<void*>(connection->display),
+               static_cast<void*>(connection->openedFor));
+}
+
+#define LOCAL_DISPLAY_LOG(level, word, echo, ...)                                                  \
+    KOR_LOG_AT("KORGL", level, word, "Display* _getLocalDisplay(kor::gl::TSD*)", echo, __VA_ARGS__)
+
+} // namespace
+
+LocalDisplay pinLocalDisplay(TSD* tsd) {
     if (tsd == nullptr)
         tsd = getTSD();
     if (tsd == nullptr)
-        return nullptr;
-    if (tsd->appDisplay == nullptr) {
-        KOR_ERROR("appdpy not found for current thread");
-    } else if (Display* local = displayMap().find(*tsd)) {
-        return local;
+        return LocalDisplay();
+    Display* const appDpy = tsd->appDisplay;
+    if (appDpy == nullptr) {
+        if (tsd->appDisplayClosed)
+            return LocalDisplay();
+        LOCAL_DISPLAY_LOG(LogError, "ERROR", false, "appdpy not found for current thread");
+    } else if (LocalDisplay found = DisplayMap::instance().find(*tsd)) {
+        return found;
     }
     const char* name = getLocalDisplayName(tsd);
-    Display* local = kor::gl::openConnection(name, kor::gl::LocalConnection);
+    Display* local = openConnection(name, LocalConnection);
     if (local == nullptr) {
-        KOR_ERROR_ECHO("Cannot open connection to local display %s.", name != nullptr ? name : "");
-        return nullptr;
+        LOCAL_DISPLAY_LOG(LogError, "ERROR", true, "Cannot open connection to local display %s.",
+                          name != nullptr ? name : "");
+        return LocalDisplay();
     }
-    if (tsd->appDisplay == nullptr) {
-        KOR_ERROR("appdpy not found for current thread");
-        return local;
+    if (appDpy == nullptr) {
+        LOCAL_DISPLAY_LOG(LogError, "ERROR", false, "appdpy not found for current thread");
+        // Open for good, as a pair's would be.
+        auto* unpaired = new std::shared_ptr(std::make_shared<SharedConnection>(local, nullptr));
+        (*unpaired)->pin();
+        return LocalDisplay(unpaired->get());
     }
-    KOR_INFO("opened local display %s mapped to %p", name != nullptr ? name : "",
-             static_cast<void*>(tsd->appDisplay));
-    displayMap().set(tsd->appDisplay, local);
-    return local;
+    LOCAL_DISPLAY_LOG(LogInfo, "INFO", false, "opened local display %s mapped to %p",
+                      name != nullptr ? name : "", static_cast<void*>(appDpy));
+    DisplayMap::Ended left;
+    LocalDisplay pinned = DisplayMap::instance().pair(appDpy, local, left);
+    close(left);
+    return pinned;
 }
 
-static thread_local kor::gl::LocalDisplayHold* innermostHold = nullptr;
-
-kor::gl::LocalDisplayHold::LocalDisplayHold(Display* appDpy)
-    : outer_(innermostHold), held_(appDpy) {
-    innermostHold = this;
+void SharedConnection::lastPinGone(SharedConnection* connection) {
+    const DisplayMap::Wanted wanted = DisplayMap::instance().wanted(connection);
+    close(wanted.ended);
+    for (Display* appDpy : wanted.appDisplays)
+        _unsetLocalDisplay(appDpy);
 }
 
-kor::gl::LocalDisplayHold::~LocalDisplayHold() {
-    innermostHold = outer_;
-    if (putOff_)
-        _unsetLocalDisplay(held_);
+void unpairAppDisplay(Display* appDpy) {
+    close(DisplayMap::instance().unpair(appDpy));
 }
 
-bool kor::gl::LocalDisplayHold::putsOff(Display* appDpy) {
-    if (innermostHold == nullptr || innermostHold->held_ != appDpy)
-        return false;
-    innermostHold->putOff_ = true;
-    return true;
+LocalDisplay pinPairOf(Display* appDpy) {
+    return DisplayMap::instance().find(appDpy);
+}
+
+} // namespace kor::gl
+
+Display* _getLocalDisplay(TSD* tsd) {
+    return kor::gl::pinLocalDisplay(tsd).get();
 }
 
 void _unsetLocalDisplay(Display* appDpy) {
     if (!kor::conf::settings().unsetLocalDisplay || appDpy == nullptr ||
-        kor::gl::LocalDisplayHold::putsOff(appDpy))
-        return;
-    Display* local = displayMap().find(appDpy);
-    if (local == nullptr)
+        !kor::gl::DisplayMap::instance().has(appDpy))
         return;
     const bool hasContext = kor::gl::anyContextUses(appDpy);
     if (kor::gl::anyWindowDrawableUses(appDpy) || hasContext)
         return;
-    displayMap().remove(appDpy);
-    {
-        const kor::Lock lock(getLocalDisplayMutex());
-        XCloseDisplay(local);
-    }
-    KOR_INFO("closed local display %p mapped to %p", static_cast<void*>(local),
-             static_cast<void*>(appDpy));
+    kor::gl::close(kor::gl::DisplayMap::instance().unpairUnlessPinned(appDpy));
 }

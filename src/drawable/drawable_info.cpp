@@ -22,6 +22,7 @@ DrawableInfo::~DrawableInfo() {
 void DrawableInfo::release() {
     ReadbackContext* leftContext = nullptr;
     XImagePainter* leftPainter = nullptr;
+    LocalDisplay local;
     {
         // A frame that is being copied ends first: its thread needs the pbuffer to return to.
         const std::lock_guard frameLock(frameMutex);
@@ -32,13 +33,38 @@ void DrawableInfo::release() {
         leftContext = readbackContext.exchange(nullptr);
         leftPainter = painter;
         painter = nullptr;
+        local = connection_ != nullptr ? LocalDisplay(connection_.get()) : LocalDisplay();
+        heldOpen_ = LocalDisplay(); // not the last pin: local has one as long as there is any
     }
     if (leftContext != nullptr)
         unrefReadbackContext(leftContext);
     deletePainter(leftPainter);
-    if (Display* local = _getLocalDisplay(nullptr))
-        releaseLocalObjects(local);
+    // Of a connection that is closed there is nothing left to release, and none is opened for it.
+    if (connection_ == nullptr) {
+        const TSD* tsd = knownTSD();
+        local = tsd != nullptr ? pinPairOf(tsd->appDisplay) : LocalDisplay();
+    }
+    if (local)
+        releaseLocalObjects(local.get());
+    local = LocalDisplay();
     _unsetLocalDisplay(appDisplay);
+}
+
+LocalDisplay DrawableInfo::localDisplay() {
+    LocalDisplay local = pinLocalDisplay(nullptr);
+    if (!local) {
+        const Lock lock(getLocalDisplayMutex());
+        local = LocalDisplay(connection_.get());
+    }
+    return local;
+}
+
+void DrawableInfo::livesOn(const LocalDisplay& local) {
+    if (connection_ != nullptr)
+        return;
+    connection_ = local.connection();
+    if (type == WindowDrawable)
+        heldOpen_ = local;
 }
 
 void DrawableInfo::releaseLocalObjects(Display* local) {

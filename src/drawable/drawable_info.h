@@ -2,6 +2,7 @@
 #define KOR_DRAWABLE_DRAWABLE_INFO_H
 
 #include "core/tsd.h"
+#include "display/shared_connection.h"
 #include "drawable/irect.h"
 #include "support/mutex.h"
 #include "support/relaxed.h"
@@ -43,10 +44,10 @@ class DrawableInfo {
     DrawableInfo& operator=(const DrawableInfo&) = delete;
 
     const LocalDrawableType type;
-    const unsigned long appDrawable;       // the application's id: the registry's key
-    Relaxed<GLXDrawable> localDrawable{0}; // where rendering goes; owned
-    LocalVisualInfo* visualInfo = nullptr; // not owned
-    Display* const appDisplay;
+    const unsigned long appDrawable;          // the application's id: the registry's key
+    Relaxed<GLXDrawable> localDrawable{0};    // where rendering goes; owned
+    LocalVisualInfo* visualInfo = nullptr;    // not owned
+    Relaxed<Display*> appDisplay;             // null once that is closed
     const GLXFBConfig fbconfig;               // the local one, as the maker gave it
     Pixmap appPixmap = 0;                     // pixmaps only: the application's X pixmap
     Pixmap localPixmap = 0;                   // pixmaps only: its local stand-in; never freed
@@ -91,7 +92,12 @@ class DrawableInfo {
     /// Releases what the record holds on the local display and in the frame transport, once. Called
     /// with no lock held.
     void release();
+    /// Notes where the local objects are made. A window's record keeps that connection open; the
+    /// others' objects die with it.
+    void livesOn(const LocalDisplay& local);
     bool released() const { return released_.load(std::memory_order_acquire); }
+    /// True when anybody names it besides the registry. Under the registry's lock.
+    bool isNamedElsewhere() const { return names_.load() > 1; }
     void name() { names_.fetch_add(1, std::memory_order_relaxed); }
     /// Takes a name back; the last one frees the record.
     void unname();
@@ -100,6 +106,9 @@ class DrawableInfo {
     void releaseLocalObjects(Display* local);
     /// A frame was finished that nobody could have seen.
     void countHiddenFrame();
+    /// The local connection for what is to be done for the record now: the calling thread's, or,
+    /// where the display that the thread worked on is closed, the record's own.
+    LocalDisplay localDisplay();
     /// The readback context with a reference of the caller's own, or null.
     ReadbackContext* holdReadbackContext();
 
@@ -119,7 +128,10 @@ class DrawableInfo {
 
     Relaxed<bool> fbconfigInvalidated{false};
     Relaxed<bool> viewportCheckForResize{true};
-    GLXPbuffer dummyPbuffer = 0; // 10 x 10, the readback worker's; owned
+    // Both under the local display mutex.
+    std::shared_ptr<SharedConnection> connection_; // where the local objects are
+    LocalDisplay heldOpen_;                        // the same; windows only
+    GLXPbuffer dummyPbuffer = 0;                   // 10 x 10, the readback worker's; owned
     // One counted reference. Written under the local display mutex, read by the copyback thread.
     std::atomic<ReadbackContext*> readbackContext{nullptr};
     Relaxed<uint64_t> lastReadbackTime{0}; // milliseconds

@@ -27,9 +27,10 @@ const char* attributeName(int attribute) {
 /// Registers a pbuffer under the fbconfig that the application passed, whatever it was made with:
 /// a later make-current is compared with that one. A pbuffer that could not be made gets a record
 /// all the same.
-GLXPbuffer registerPbuffer(Display* dpy, GLXPbuffer pbuffer, GLXFBConfig config,
-                           LocalVisualInfo* mapping) {
+GLXPbuffer registerPbuffer(Display* dpy, const kor::gl::LocalDisplay& local, GLXPbuffer pbuffer,
+                           GLXFBConfig config, LocalVisualInfo* mapping) {
     auto* record = new DrawableInfo(kor::gl::PbufferDrawable, pbuffer, config, dpy, 0, 0, 100, 100);
+    record->livesOn(local);
     record->localDrawable = pbuffer;
     record->visualInfo = mapping;
     pushLocalDrawable(record);
@@ -43,8 +44,8 @@ GLXPbuffer kor_glXCreatePbuffer(Display* dpy, GLXFBConfig config, const int* att
     for (const int* pair = attribs; pair != nullptr && *pair != 0; pair += 2)
         KOR_DEBUG("attr, value: %s (%d), %d", attributeName(pair[0]), pair[0], pair[1]);
     kor::gl::TSD* tsd = getTSD();
-    Display* local = localDisplayFor(dpy, tsd);
-    if (local == nullptr)
+    const kor::gl::LocalDisplay local = kor::gl::localDisplayFor(dpy, tsd);
+    if (!local)
         return None;
     LocalVisualInfo* mapping = _getLVI(dpy, config, tsd);
     if (mapping == nullptr) {
@@ -55,25 +56,26 @@ GLXPbuffer kor_glXCreatePbuffer(Display* dpy, GLXFBConfig config, const int* att
     const GLXFBConfig chosen = kor::gl::fbconfigFor(*mapping, config, &forced);
     if (forced)
         KOR_DEBUG("forcing fbconfig %x", handleText(chosen));
-    const GLXPbuffer pbuffer = kor::gl::callLocal(system_glXCreatePbuffer, local, chosen, attribs);
-    return registerPbuffer(dpy, pbuffer, config, mapping);
+    const GLXPbuffer pbuffer =
+        kor::gl::callLocal(system_glXCreatePbuffer, local.get(), chosen, attribs);
+    return registerPbuffer(dpy, local, pbuffer, config, mapping);
 }
 
 GLXPbufferSGIX kor_glXCreateGLXPbufferSGIX(Display* dpy, GLXFBConfigSGIX config, unsigned int width,
                                            unsigned int height, int* attribs) {
     KOR_DEBUG("fbconfig %x", handleText(config));
     kor::gl::TSD* tsd = getTSD();
-    Display* local = localDisplayFor(dpy, tsd);
-    if (local == nullptr)
+    const kor::gl::LocalDisplay local = kor::gl::localDisplayFor(dpy, tsd);
+    if (!local)
         return None;
     LocalVisualInfo* mapping = _getLVI(dpy, config, tsd);
     if (mapping == nullptr) {
         KOR_DEBUG("no lvi.");
         return None;
     }
-    const GLXPbuffer pbuffer =
-        kor::gl::callLocal(system_glXCreateGLXPbufferSGIX, local, config, width, height, attribs);
-    return registerPbuffer(dpy, pbuffer, config, mapping);
+    const GLXPbuffer pbuffer = kor::gl::callLocal(system_glXCreateGLXPbufferSGIX, local.get(),
+                                                  config, width, height, attribs);
+    return registerPbuffer(dpy, local, pbuffer, config, mapping);
 }
 
 void kor_glXDestroyPbuffer(Display* dpy, GLXPbuffer pbuffer) {

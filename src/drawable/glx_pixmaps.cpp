@@ -5,7 +5,10 @@
 #include "support/handle_text.h"
 #include "support/log.h"
 
+#include <memory>
+
 using kor::gl::DrawableInfo;
+using kor::gl::LocalDisplay;
 using kor::gl::LocalVisualInfo;
 
 namespace {
@@ -27,37 +30,42 @@ PixmapGeometry geometryOf(Display* dpy, Pixmap pixmap) {
     return geometry;
 }
 
-/// An X window of the process's own.
-struct OwnWindow {
+/// The hidden window against which every local pixmap is created: made on the first local
+/// connection that needs it, never mapped and never destroyed. It dies with that connection, and is
+/// made anew on the next.
+struct PixmapParent {
     Window id = None;
+    std::shared_ptr<kor::gl::SharedConnection> home;
 };
-kor::PerProcess<OwnWindow> pixmapParentWindow;
+kor::PerProcess<PixmapParent> parentOfPixmaps;
 
-/// The hidden window against which every local pixmap is created: made once, on the first local
-/// display that needs it, never mapped and never destroyed. The caller holds the local display
-/// mutex.
-Window pixmapParent(Display* local) {
-    Window& parent = pixmapParentWindow->id;
-    if (parent == None)
-        parent = XCreateSimpleWindow(local, DefaultRootWindow(local), 0, 0, 10, 10, 0, 0, 0);
+/// The caller holds the local display mutex, under which connections close.
+Window pixmapParent(const LocalDisplay& local) {
+    auto& [parent, home] = *parentOfPixmaps;
+    if (home == nullptr || home->hasEnded()) {
+        Display* const display = local.get();
+        parent = XCreateSimpleWindow(display, DefaultRootWindow(display), 0, 0, 10, 10, 0, 0, 0);
+        home = local.connection();
+    }
     return parent;
 }
 
 /// Makes the local pixmap pair for an application pixmap and registers it under fbconfig. The local
 /// X pixmap is never freed, on purpose: the GLX pixmap may outlive its record.
-GLXPixmap createPixmap(Display* dpy, Display* local, LocalVisualInfo* mapping, GLXFBConfig chosen,
-                       GLXFBConfig fbconfig, Pixmap pixmap, const PixmapGeometry& geometry,
-                       const int* attribs) {
+GLXPixmap createPixmap(Display* dpy, const LocalDisplay& local, LocalVisualInfo* mapping,
+                       GLXFBConfig chosen, GLXFBConfig fbconfig, Pixmap pixmap,
+                       const PixmapGeometry& geometry, const int* attribs) {
     Pixmap localPixmap = None;
     GLXPixmap glxPixmap = None;
     {
         const kor::Lock lock(getLocalDisplayMutex());
-        localPixmap = XCreatePixmap(local, pixmapParent(local), geometry.width, geometry.height,
-                                    geometry.depth);
-        glxPixmap = system_glXCreatePixmap(local, chosen, localPixmap, attribs);
+        localPixmap = XCreatePixmap(local.get(), pixmapParent(local), geometry.width,
+                                    geometry.height, geometry.depth);
+        glxPixmap = system_glXCreatePixmap(local.get(), chosen, localPixmap, attribs);
     }
     auto* record = new DrawableInfo(kor::gl::PixmapDrawable, glxPixmap, fbconfig, dpy, geometry.x,
                                     geometry.y, geometry.width, geometry.height);
+    record->livesOn(local);
     record->localDrawable = glxPixmap;
     record->visualInfo = mapping;
     record->appPixmap = pixmap;
@@ -71,8 +79,8 @@ GLXPixmap createPixmap(Display* dpy, Display* local, LocalVisualInfo* mapping, G
 GLXPixmap kor_glXCreatePixmap(Display* dpy, GLXFBConfig config, Pixmap pixmap, const int* attribs) {
     KOR_DEBUG("fbconfig %x", handleText(config));
     kor::gl::TSD* tsd = getTSD();
-    Display* local = localDisplayFor(dpy, tsd);
-    if (local == nullptr)
+    const LocalDisplay local = kor::gl::localDisplayFor(dpy, tsd);
+    if (!local)
         return None;
     const PixmapGeometry geometry = geometryOf(dpy, pixmap);
     LocalVisualInfo* mapping = _getLVI(dpy, config, nullptr);
@@ -92,8 +100,8 @@ GLXPixmap kor_glXCreateGLXPixmap(Display* dpy, XVisualInfo* vis, Pixmap pixmap) 
         return None;
     KOR_DEBUG("visual id %x", static_cast<unsigned>(vis->visualid));
     kor::gl::TSD* tsd = getTSD();
-    Display* local = localDisplayFor(dpy, tsd);
-    if (local == nullptr)
+    const LocalDisplay local = kor::gl::localDisplayFor(dpy, tsd);
+    if (!local)
         return None;
     const PixmapGeometry geometry = geometryOf(dpy, pixmap);
     LocalVisualInfo* mapping = _getLVI(dpy, vis->visualid, nullptr);

@@ -14,16 +14,17 @@ constexpr int smallestPbuffer = 10; // pixels; some drivers refuse smaller ones
 } // namespace
 
 void DrawableInfo::updateOffscreenPbuffer() {
-    Display* local = _getLocalDisplay(nullptr);
-    if (local == nullptr)
+    const LocalDisplay local = localDisplay();
+    if (!local)
         return;
     const std::lock_guard frameLock(frameMutex);
     {
         const Lock lock(getLocalDisplayMutex());
         if (released())
             return;
+        livesOn(local);
         if (localDrawable != 0)
-            system_glXDestroyPbuffer(local, localDrawable);
+            system_glXDestroyPbuffer(local.get(), localDrawable);
         IRect rect;
         getGeometry(&rect);
         const int attributes[] = {GLX_PBUFFER_WIDTH,
@@ -33,7 +34,7 @@ void DrawableInfo::updateOffscreenPbuffer() {
                                   GLX_PRESERVED_CONTENTS,
                                   True,
                                   None};
-        localDrawable = system_glXCreatePbuffer(local, fbconfig, attributes);
+        localDrawable = system_glXCreatePbuffer(local.get(), fbconfig, attributes);
         KOR_DEBUG("resized pbuffer to new geometry: %dx%d", rect.width, rect.height);
     }
     pbufferNeedsUpdate = false;
@@ -54,7 +55,8 @@ void DrawableInfo::checkForResize() {
         return;
     }
     const TSD* tsd = getTSD();
-    Display* local = _getLocalDisplay(nullptr);
+    const LocalDisplay pinned = localDisplay();
+    Display* const local = pinned.get();
     if (!pbufferNeedsUpdate || tsd == nullptr || local == nullptr || released())
         return;
 

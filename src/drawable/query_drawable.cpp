@@ -48,14 +48,14 @@ void kor_glXQueryDrawable(Display* dpy, GLXDrawable drawable, int attribute, uns
         system_glXQueryDrawable(dpy, drawable, attribute, value);
         return;
     }
-    Display* local = _getLocalDisplay(nullptr);
-    if (local == nullptr) {
+    const kor::gl::LocalDisplay local = kor::gl::pinLocalDisplay(nullptr);
+    if (!local) {
         KOR_DEBUG("no local display");
         *value = 0;
         return;
     }
-    kor::gl::callLocal(system_glXQueryDrawable, local, record->localDrawable.load(), attribute,
-                       value);
+    kor::gl::callLocal(system_glXQueryDrawable, local.get(), record->localDrawable.load(),
+                       attribute, value);
 }
 
 int kor_glXQueryGLXPbufferSGIX(Display* dpy, GLXPbufferSGIX pbuffer, int attribute,
@@ -67,8 +67,8 @@ int kor_glXQueryGLXPbufferSGIX(Display* dpy, GLXPbufferSGIX pbuffer, int attribu
         *value = 0;
         return 0;
     }
-    Display* local = _getLocalDisplay(nullptr);
-    if (local == nullptr) {
+    const kor::gl::LocalDisplay local = kor::gl::pinLocalDisplay(nullptr);
+    if (!local) {
         KOR_DEBUG("no local display");
         *value = 0;
         return 0;
@@ -76,5 +76,6 @@ int kor_glXQueryGLXPbufferSGIX(Display* dpy, GLXPbufferSGIX pbuffer, int attribu
     const kor::gl::DrawableRef record = findLocalDrawable(pbuffer);
     if (!record || record->type != kor::gl::PbufferDrawable)
         return GLX_BAD_ATTRIBUTE;
-    return kor::gl::callLocal(system_glXQueryGLXPbufferSGIX, local, pbuffer, attribute, value);
+    return kor::gl::callLocal(system_glXQueryGLXPbufferSGIX, local.get(), pbuffer, attribute,
+                              value);
 }

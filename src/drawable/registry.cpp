@@ -25,10 +25,6 @@ void DrawableList::pushFront(DrawableInfo* record) {
     records_.splice(records_.begin(), spare_, spare_.begin());
 }
 
-void DrawableList::moveToFront(Iterator entry) {
-    records_.splice(records_.begin(), records_, entry);
-}
-
 DrawableList::Iterator DrawableList::unlink(Iterator entry) {
     const Iterator next = std::next(entry);
     *entry = nullptr;
@@ -65,20 +61,6 @@ DrawableRef findLocalDrawable(unsigned long id) {
     for (DrawableInfo* record : kor::gl::getLocalDrawablesList()) {
         if (record->appDrawable == id)
             return DrawableRef(record);
-    }
-    return DrawableRef();
-}
-
-DrawableRef findWindowRecord(unsigned long window, Display* appDisplay) {
-    const Lock lock(kor::gl::getLocalDrawablesMutex());
-    kor::gl::DrawableList& list = kor::gl::getLocalDrawablesList();
-    for (auto entry = list.begin(); entry != list.end(); ++entry) {
-        DrawableInfo* record = *entry;
-        if (record->type == kor::gl::WindowDrawable && record->appDrawable == window &&
-            record->appDisplay == appDisplay) {
-            list.moveToFront(entry); // what is looked up by the id alone is the one in use
-            return DrawableRef(record);
-        }
     }
     return DrawableRef();
 }

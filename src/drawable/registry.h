@@ -14,7 +14,6 @@ class DrawableList {
     using Iterator = std::list<DrawableInfo*>::iterator;
 
     void pushFront(DrawableInfo* record);
-    void moveToFront(Iterator entry);
     /// Unlinks the entry, gives its node to the spares and returns the next one.
     Iterator unlink(Iterator entry);
     Iterator begin() { return records_.begin(); }
@@ -38,10 +37,6 @@ void pushLocalDrawable(kor::gl::DrawableInfo* record);
 
 /// The newest record of an application drawable, of any type, or null.
 kor::gl::DrawableRef findLocalDrawable(unsigned long id);
-
-/// The record of a window that was made for this application display, or null; it becomes the one
-/// that findLocalDrawable answers with.
-kor::gl::DrawableRef findWindowRecord(unsigned long window, Display* appDisplay);
 
 /// Ends the newest record of that id and type, if there is one. The calling thread's current
 /// drawables forget it; other threads are not looked at.

@@ -41,10 +41,10 @@ bool makeThrowawayContext(TSD* tsd, GLXFBConfig fbconfig) {
     if (tsd->throwawayContext != nullptr)
         return true;
     RECORD_DEBUG("creating throwaway ctx");
-    Display* local = _getLocalDisplay(tsd);
-    if (local == nullptr)
+    const kor::gl::LocalDisplay local = kor::gl::pinLocalDisplay(tsd);
+    if (!local)
         return false;
-    tsd->throwawayContext = kor::gl::callLocal(system_glXCreateNewContext, local, fbconfig,
+    tsd->throwawayContext = kor::gl::callLocal(system_glXCreateNewContext, local.get(), fbconfig,
                                                GLX_RGBA_TYPE, GLXContext{nullptr}, True);
     return true;
 }
@@ -52,13 +52,13 @@ bool makeThrowawayContext(TSD* tsd, GLXFBConfig fbconfig) {
 } // namespace
 
 DrawableRef getDrawableInfo(Display* dpy, Window window, GLXFBConfig fbconfig, TSD* tsd) {
+    // Whichever connection asks: a window has one record, and what one thread has drawn into it
+    // stays where it is when another makes the window current over a connection of its own.
     DrawableRef found = findLocalDrawable(window);
-    // A local drawable serves the connection that it was made on, and every application display has
-    // a local connection of its own. The server hands ids out again when a display is closed.
-    if (found && found->type == kor::gl::WindowDrawable && found->appDisplay != dpy)
-        found = findWindowRecord(window, dpy);
-    if (found && isUsable(*found, fbconfig))
+    if (found && isUsable(*found, fbconfig)) {
+        found->appDisplay.replace(nullptr, dpy); // it belongs to nobody: its display is closed
         return found;
+    }
     // The window must be known to the server before our own connection asks about it.
     XSync(dpy, False);
     if (tsd == nullptr)

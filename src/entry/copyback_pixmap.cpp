@@ -6,8 +6,10 @@
 #include <X11/Xutil.h>
 
 void copybackPixmap(kor::gl::DrawableInfo& record) {
-    Display* local = _getLocalDisplay(nullptr);
-    if (local == nullptr)
+    const kor::gl::LocalDisplay pinned = kor::gl::pinLocalDisplay(nullptr);
+    Display* const local = pinned.get();
+    Display* const app = record.appDisplay;
+    if (local == nullptr || app == nullptr)
         return;
     kor::IRect rect;
     record.getGeometry(&rect);
@@ -20,9 +22,9 @@ void copybackPixmap(kor::gl::DrawableInfo& record) {
     XImage* image = XGetImage(local, record.localPixmap, 0, 0, width, height, AllPlanes, ZPixmap);
     if (image == nullptr)
         return;
-    if (GC gc = XCreateGC(record.appDisplay, record.appPixmap, 0, nullptr)) {
-        XPutImage(record.appDisplay, record.appPixmap, gc, image, 0, 0, 0, 0, width, height);
-        XFreeGC(record.appDisplay, gc);
+    if (GC gc = XCreateGC(app, record.appPixmap, 0, nullptr)) {
+        XPutImage(app, record.appPixmap, gc, image, 0, 0, 0, 0, width, height);
+        XFreeGC(app, gc);
     }
     XDestroyImage(image);
 }

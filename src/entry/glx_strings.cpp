@@ -10,6 +10,7 @@
 
 using kor::Lock;
 using kor::gl::callLocal;
+using kor::gl::LocalDisplay;
 
 namespace {
 
@@ -42,14 +43,14 @@ kor::PerProcess<ExtensionCache> combinedExtensions;
 kor::PerProcess<ExtensionCache> clientExtensions;
 
 /// The display to ask: the local one for an application display, none for none.
-Display* localFor(Display* dpy, const char* function) {
+LocalDisplay localFor(Display* dpy, const char* function) {
     if (dpy == nullptr) {
         KOR_LOG_AT("KORGL", kor::LogDebug, "DEBUG", function, false, "Called with NULL display");
-        return nullptr;
+        return LocalDisplay();
     }
     _setupAppDisplay(dpy, nullptr);
-    Display* local = _getLocalDisplay(nullptr);
-    if (local == nullptr)
+    LocalDisplay local = kor::gl::pinLocalDisplay(nullptr);
+    if (!local)
         KOR_LOG_AT("KORGL", kor::LogDebug, "DEBUG", function, false, "no local display");
     return local;
 }
@@ -60,7 +61,8 @@ const char* kor_glXQueryExtensionsString(Display* dpy, int screen) {
     KOR_DEBUG("START");
     if (const char* cached = combinedExtensions->get())
         return cached;
-    Display* local = localFor(dpy, __PRETTY_FUNCTION__);
+    const LocalDisplay pinned = localFor(dpy, __PRETTY_FUNCTION__);
+    Display* const local = pinned.get();
     if (dpy != nullptr) {
         if (local == nullptr)
             return combinedExtensions->get();
@@ -77,7 +79,8 @@ const char* kor_glXGetClientString(Display* dpy, int name) {
         if (const char* cached = clientExtensions->get())
             return cached;
     }
-    Display* local = localFor(dpy, __PRETTY_FUNCTION__);
+    const LocalDisplay pinned = localFor(dpy, __PRETTY_FUNCTION__);
+    Display* const local = pinned.get();
     if (name == GLX_VENDOR && !kor::conf::settings().originalVendor)
         return ownVendor;
     if (dpy != nullptr && local == nullptr)
@@ -91,7 +94,8 @@ const char* kor_glXGetClientString(Display* dpy, int name) {
 
 const char* kor_glXQueryServerString(Display* dpy, int screen, int name) {
     KOR_DEBUG("querying %d", name);
-    Display* local = localFor(dpy, __PRETTY_FUNCTION__);
+    const LocalDisplay pinned = localFor(dpy, __PRETTY_FUNCTION__);
+    Display* const local = pinned.get();
     if (dpy != nullptr) {
         if (local == nullptr)
             return nullptr;
@@ -105,12 +109,12 @@ const char* kor_glXQueryServerString(Display* dpy, int screen, int name) {
 
 Bool kor_glXQueryExtension(Display* dpy, int* errorBase, int* eventBase) {
     KOR_DEBUG("START");
-    Display* local = localFor(dpy, __PRETTY_FUNCTION__);
-    return callLocal(system_glXQueryExtension, local, errorBase, eventBase);
+    const LocalDisplay pinned = localFor(dpy, __PRETTY_FUNCTION__);
+    return callLocal(system_glXQueryExtension, pinned.get(), errorBase, eventBase);
 }
 
 Bool kor_glXQueryVersion(Display* dpy, int* major, int* minor) {
     KOR_DEBUG("START");
-    Display* local = localFor(dpy, __PRETTY_FUNCTION__);
-    return callLocal(system_glXQueryVersion, local, major, minor) ? 1 : 0;
+    const LocalDisplay pinned = localFor(dpy, __PRETTY_FUNCTION__);
+    return callLocal(system_glXQueryVersion, pinned.get(), major, minor) ? 1 : 0;
 }

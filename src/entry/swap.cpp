@@ -20,7 +20,8 @@ void kor_glXSwapBuffers(Display* dpy, GLXDrawable drawable) {
     }
     system_glFinish();
     if (record->isDoubleBuffered()) {
-        Display* local = _getLocalDisplay(nullptr);
+        const kor::gl::LocalDisplay pinned = kor::gl::pinLocalDisplay(nullptr);
+        Display* const local = pinned.get();
         if (local == nullptr) {
             KOR_DEBUG("No local display");
             return;

@@ -33,7 +33,8 @@ void kor_glXBindTexImageEXT(Display* dpy, GLXDrawable drawable, int buffer, cons
     KOR_DEBUG("START");
     if (!_setupAppDisplay(dpy, nullptr))
         return;
-    Display* local = _getLocalDisplay(nullptr);
+    const kor::gl::LocalDisplay pinned = kor::gl::pinLocalDisplay(nullptr);
+    Display* const local = pinned.get();
     if (local == nullptr) {
         KOR_DEBUG("no local display");
         return;
@@ -59,7 +60,8 @@ void kor_glXReleaseTexImageEXT(Display* dpy, GLXDrawable drawable, int buffer) {
     KOR_DEBUG("START");
     if (!_setupAppDisplay(dpy, nullptr))
         return;
-    Display* local = _getLocalDisplay(nullptr);
+    const kor::gl::LocalDisplay pinned = kor::gl::pinLocalDisplay(nullptr);
+    Display* const local = pinned.get();
     if (local == nullptr) {
         KOR_DEBUG("no local display");
         return;

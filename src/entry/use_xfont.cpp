@@ -30,8 +30,8 @@ class FontConnection {
         } else if (mode == 2) {
             own_ = tsd.appDisplay != nullptr;
             if (own_)
-                display_ =
-                    kor::gl::openConnection(DisplayString(tsd.appDisplay), kor::gl::FontConnection);
+                display_ = kor::gl::openConnection(DisplayString(tsd.appDisplay.load()),
+                                                   kor::gl::FontConnection);
         } else {
             display_ = tsd.appDisplay;
         }
@@ -85,7 +85,8 @@ bool useFont(TSD& tsd, int mode, Font font, int first, int count, int listBase) 
     const FontConnection connection(tsd, mode);
     if (connection.get() == nullptr)
         return false;
-    Display* local = _getLocalDisplay(&tsd);
+    const kor::gl::LocalDisplay pinned = kor::gl::pinLocalDisplay(&tsd);
+    Display* const local = pinned.get();
     if (local == nullptr)
         return false;
     const XText name = nameOf(connection.get(), font);

@@ -37,11 +37,11 @@ void ReadbackContext::unref() {
         delete this;
 }
 
-bool ReadbackContext::setSharedContext(Display* display, GLXFBConfig fbconfig, GLXContext share,
-                                       GLXDrawable drawable) {
-    display_ = display;
+bool ReadbackContext::setSharedContext(const LocalDisplay& local, GLXFBConfig fbconfig,
+                                       GLXContext share, GLXDrawable drawable) {
+    local_ = local;
     drawable_ = drawable;
-    context_ = system_glXCreateNewContext(display, fbconfig, GLX_RGBA_TYPE, share, True);
+    context_ = system_glXCreateNewContext(local.get(), fbconfig, GLX_RGBA_TYPE, share, True);
     if (context_ == nullptr)
         return false;
     if (!thread_.started())
@@ -144,7 +144,7 @@ bool ReadbackContext::transfer() {
 }
 
 void ReadbackContext::svc() {
-    callLocal(system_glXMakeCurrent, display_, drawable_, context_);
+    callLocal(system_glXMakeCurrent, local_.get(), drawable_, context_);
     KOR_DEBUG("Making readback context current for drawable 0x%x",
               static_cast<unsigned>(drawable_));
     while (!checkExit()) {
@@ -158,8 +158,8 @@ void ReadbackContext::svc() {
         done_.V(korWhereInfo{});
     }
     slices_.clear();
-    callLocal(system_glXMakeCurrent, display_, GLXDrawable{None}, GLXContext{nullptr});
-    callLocal(system_glXDestroyContext, display_, context_);
+    callLocal(system_glXMakeCurrent, local_.get(), GLXDrawable{None}, GLXContext{nullptr});
+    callLocal(system_glXDestroyContext, local_.get(), context_);
 }
 
 } // namespace kor::gl

@@ -2,6 +2,7 @@
 #define KOR_TRANSPORT_READBACK_CONTEXT_H
 
 #include "core/gl_headers.h"
+#include "display/shared_connection.h"
 #include "support/high_res_timer.h"
 #include "support/mutex.h"
 #include "support/semaphore.h"
@@ -40,7 +41,8 @@ class ReadbackContext {
     /// Creates the worker's context, sharing textures with share, to be current on drawable, and
     /// starts the worker once. The caller holds the local display mutex. False when the context
     /// cannot be had: then the object does nothing, ever.
-    bool setSharedContext(Display* display, GLXFBConfig fbconfig, GLXContext share,
+    /// Keeps the local connection open from then on, since the worker makes its last calls on it.
+    bool setSharedContext(const LocalDisplay& local, GLXFBConfig fbconfig, GLXContext share,
                           GLXDrawable drawable);
 
     /// The GPU's side of one frame of width x height pixels; the read context is current. Waits
@@ -66,7 +68,7 @@ class ReadbackContext {
     static bool callback(ReadbackContext* self);
 
     std::atomic<int> refCount_{0};
-    Display* display_ = nullptr; // the local one
+    LocalDisplay local_;
     GLXDrawable drawable_ = 0;
     GLXContext context_ = nullptr;
     int columns_ = 0;

@@ -92,8 +92,8 @@ void DrawableInfo::readback() {
         countHiddenFrame();
         return;
     }
-    Display* local = _getLocalDisplay(nullptr);
-    if (local == nullptr)
+    const LocalDisplay local = localDisplay();
+    if (!local)
         return;
     IRect rect;
     getGeometry(&rect);
@@ -101,7 +101,7 @@ void DrawableInfo::readback() {
               rect.height);
 
     std::unique_lock frameLock(frameMutex);
-    ApplicationState application(local, *this);
+    ApplicationState application(local.get(), *this);
     application.forceRenderMode(__PRETTY_FUNCTION__);
     if (!setupReadbackContexts()) {
         // It is the position that is printed, not the size: kept so.

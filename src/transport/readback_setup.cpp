@@ -7,19 +7,21 @@
 namespace kor::gl {
 
 void DrawableInfo::initDummyReadbackPbuffer() {
-    Display* local = _getLocalDisplay(nullptr);
-    if (local == nullptr)
+    const LocalDisplay local = localDisplay();
+    if (!local)
         return;
     const int attributes[] = {
         GLX_PBUFFER_WIDTH, 10, GLX_PBUFFER_HEIGHT, 10, GLX_PRESERVED_CONTENTS, True, None};
     const Lock lock(getLocalDisplayMutex());
-    dummyPbuffer = system_glXCreatePbuffer(local, fbconfig, attributes);
+    livesOn(local);
+    dummyPbuffer = system_glXCreatePbuffer(local.get(), fbconfig, attributes);
 }
 
 bool DrawableInfo::setupReadbackContexts() {
     KOR_DEBUG("START");
     const TSD* tsd = getTSD();
-    Display* local = _getLocalDisplay(nullptr);
+    const LocalDisplay pinned = localDisplay();
+    Display* const local = pinned.get();
     if (tsd == nullptr || local == nullptr)
         return false;
     const Lock lock(getLocalDisplayMutex());
@@ -64,7 +66,7 @@ bool DrawableInfo::setupReadbackContexts() {
     auto* context = new ReadbackContext;
     context->ref();
     context->countIn(statistics);
-    if (!context->setSharedContext(local, fbconfig, readContext, dummyPbuffer))
+    if (!context->setSharedContext(pinned, fbconfig, readContext, dummyPbuffer))
         KOR_WARNING("Failed to set readback context");
     // Published complete. After a recreation the one before is overwritten and leaks: the copyback
     // thread may be using it.

@@ -71,7 +71,8 @@ GLXFBConfig* kor_glXChooseFBConfig(Display* dpy, int /*screen*/, const int* attr
     kor::gl::TSD* tsd = getTSD();
     if (!_setupAppDisplay(dpy, tsd))
         return nullptr;
-    Display* local = _getLocalDisplay(tsd);
+    const kor::gl::LocalDisplay pinned = kor::gl::pinLocalDisplay(tsd);
+    Display* const local = pinned.get();
     if (local == nullptr) {
         KOR_DEBUG("no local display");
         return nullptr;

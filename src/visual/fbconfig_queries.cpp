@@ -77,7 +77,8 @@ int kor_glXGetFBConfigAttrib(Display* dpy, GLXFBConfig config, int attribute, in
     if (!_setupAppDisplay(dpy, nullptr))
         return 0; // success, with *value untouched: kept on purpose
     initializeVisualMap(dpy, DefaultScreen(dpy), nullptr);
-    Display* local = _getLocalDisplay(nullptr);
+    const kor::gl::LocalDisplay pinned = kor::gl::pinLocalDisplay(nullptr);
+    Display* const local = pinned.get();
     if (local == nullptr) {
         KOR_DEBUG("no local display");
         return 0; // likewise
@@ -112,7 +113,7 @@ XVisualInfo* kor_glXGetVisualFromFBConfig(Display* dpy, GLXFBConfig config) {
     KOR_DEBUG("START");
     if (!_setupAppDisplay(dpy, nullptr))
         return nullptr;
-    if (_getLocalDisplay(nullptr) == nullptr) {
+    if (!kor::gl::pinLocalDisplay(nullptr)) {
         KOR_DEBUG("no local display");
         return nullptr;
     }

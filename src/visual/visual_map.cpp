@@ -172,6 +172,7 @@ void initializeVisualMap(Display* appDpy, int screen, TSD* tsd) {
         tsd = getTSD();
     if (tsd == nullptr || appDpy == nullptr)
         return;
+    kor::gl::LocalDisplay pinned; // given back when the lock is released
     const Lock lock(kor::gl::getVisualMapMutex());
     if (mappings->built)
         return;
@@ -196,7 +197,8 @@ void initializeVisualMap(Display* appDpy, int screen, TSD* tsd) {
         BUILD_INFO("appDisplay supports multisampling");
     if (!_setupAppDisplay(appDpy, tsd))
         return;
-    build.local = _getLocalDisplay(tsd);
+    pinned = kor::gl::pinLocalDisplay(tsd);
+    build.local = pinned.get();
     if (build.local == nullptr)
         return;
     if (build.wantedSamples != 0) {
@@ -223,7 +225,8 @@ LocalVisualInfo* _getLVI(Display* appDpy, GLXFBConfig config, TSD* tsd) {
     constexpr const char* function =
         "kor::gl::LocalVisualInfo* _getLVI(Display*, __GLXFBConfigRec*, kor::gl::TSD*)";
     initializeVisualMap(appDpy, DefaultScreen(appDpy), tsd);
-    Display* local = _getLocalDisplay(tsd);
+    const kor::gl::LocalDisplay pinned = kor::gl::pinLocalDisplay(tsd);
+    Display* const local = pinned.get();
     if (local == nullptr)
         return nullptr;
 

@@ -85,9 +85,12 @@ kor::gl::TSD* getTSD() {
 bool _setupAppDisplay(Display* /*dpy*/, kor::gl::TSD* /*tsd*/) {
     return true;
 }
-Display* _getLocalDisplay(kor::gl::TSD* /*tsd*/) {
-    return display;
+kor::gl::TSD::TSD() = default;
+kor::gl::LocalDisplay kor::gl::pinLocalDisplay(TSD* /*tsd*/) {
+    static auto* local = new SharedConnection(display, nullptr);
+    return LocalDisplay(local);
 }
+void kor::gl::SharedConnection::lastPinGone(SharedConnection* /*connection*/) {}
 kor::Mutex& getLocalDisplayMutex() {
     static auto* mutex = new kor::Mutex;
     return *mutex;

@@ -221,7 +221,7 @@ TEST_F(DisplayPairing, WindowsOfAnotherDisplayDoNotKeepTheLocalConnection) {
     ASSERT_TRUE(kor_glXMakeCurrent(second, window, context));
     kor_glXMakeCurrent(second, None, nullptr);
     kor_glXDestroyContext(second, context);
-    ASSERT_TRUE(findWindowRecord(window, second));
+    ASSERT_EQ(findLocalDrawable(window)->appDisplay, second);
     EXPECT_TRUE(logged(closed(endThread().local)));
 }
 
@@ -265,7 +265,7 @@ TEST_F(DisplayPairing, TheApplicationsConnectionIsLeftToTheApplication) {
     EXPECT_EQ(NextRequest(app), before);
 
     ASSERT_TRUE(kor_glXMakeCurrent(app, window, makeContext("ctx")));
-    const kor::gl::DrawableRef record = findWindowRecord(window, app);
+    const kor::gl::DrawableRef record = findLocalDrawable(window);
     ASSERT_TRUE(record);
     resizeWindow(window, 30, 20);
     const unsigned long made = NextRequest(app);

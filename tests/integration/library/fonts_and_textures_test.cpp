@@ -26,10 +26,10 @@ class FontsAndTextures : public Displays {
         ASSERT_NE(local(), nullptr);
         markLog();
         const kor::gl::TSD* tsd = getTSD();
-        const unsigned long first = NextRequest(tsd->appDisplay);
+        const unsigned long first = NextRequest(tsd->appDisplay.load());
         const unsigned long second = NextRequest(tsd->appDisplay2);
         kor_glXUseXFont(font, 32, 96, 1000);
-        askedFirst = NextRequest(tsd->appDisplay) != first;
+        askedFirst = NextRequest(tsd->appDisplay.load()) != first;
         askedSecond = NextRequest(tsd->appDisplay2) != second;
         gl.onCall("glXUseXFont", nullptr);
     }

@@ -300,7 +300,7 @@ TEST_F(Readback, TakingBackAReferenceThatNobodyGaveIsReportedAndHarmless) {
 TEST_F(Readback, AWorkersContextThatIsMadeAgainStartsNoSecondWorker) {
     start();
     ASSERT_TRUE(_setupAppDisplay(app, nullptr));
-    Display* const display = local();
+    const kor::gl::LocalDisplay display = kor::gl::pinLocalDisplay(nullptr);
     GLXFBConfig const fbconfig = config("double1");
     markLog();
     bool first = true;

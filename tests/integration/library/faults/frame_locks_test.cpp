@@ -305,9 +305,10 @@ TEST_F(FrameLocks, TheSetUpLockIsTakenBeforeThoseOfTheMapAndTheName) {
     trace();
     ASSERT_TRUE(_setupAppDisplay(app, nullptr));
     endTrace();
-    // Set-up; the map's first look, the name, the map's new entry.
+    // The thread's record; the map's, whose end it watches for; set-up; the map's first look, the
+    // name, the map's new entry.
     EXPECT_THAT(takenWithNameless(gettid()),
-                ElementsAre("A", "B under A", "C under A", "B under A"));
+                ElementsAre("A", "B", "C", "B under C", "D under C", "B under C"));
     trace();
     ASSERT_TRUE(_setupAppDisplay(app, nullptr)); // the connection is open: nothing is locked
     ASSERT_NE(local(), nullptr);
@@ -326,10 +327,11 @@ TEST_F(FrameLocks, ConnectionsAreOpenedUnderTheSetUpLockAndUnderNoOther) {
     ASSERT_TRUE(_setupAppDisplay(app, nullptr));
     endTrace();
     kor_set_connection_hook(nullptr);
-    // Set-up; the hook, of the secondary connection; the map's first look, the name; the hook, of
-    // the local connection; the map's new entry.
-    EXPECT_THAT(takenWithNameless(gettid()),
-                ElementsAre("A", "B under A", "C under A", "D under A", "B under A", "C under A"));
+    // The thread's record; the map's, whose end it watches for; set-up; the hook, of the secondary
+    // connection; the map's first look, the name; the hook, of the local connection; the map's new
+    // entry.
+    EXPECT_THAT(takenWithNameless(gettid()), ElementsAre("A", "B", "C", "D under C", "B under C",
+                                                         "E under C", "D under C", "B under C"));
 }
 
 TEST_F(FrameLocks, TheUnusedLocalConnectionIsClosedAfterALookIntoEachTable) {

@@ -32,6 +32,7 @@ Display* refuseAfterSecondary(Display* display, int role) {
 TEST_F(LateFaults, WithoutALocalConnectionOfItsOwnADisplaysWindowHasNoRecord) {
     start();
     const Window window = makeWindow(20, 20);
+    const Window second = makeWindow(20, 20);
     ASSERT_TRUE(kor_glXMakeCurrent(app, window, makeContext("ctx"))); // builds the visual map
     letPaintsArrive();
     Display* other = XOpenDisplay(appName.c_str());
@@ -39,7 +40,7 @@ TEST_F(LateFaults, WithoutALocalConnectionOfItsOwnADisplaysWindowHasNoRecord) {
     kor_set_connection_hook(refuseAfterSecondary);
     markLog();
     std::thread([&] {
-        EXPECT_FALSE(getDrawableInfo(other, window, config("double1"), nullptr));
+        EXPECT_FALSE(getDrawableInfo(other, second, config("double1"), nullptr));
     }).join();
     kor_set_connection_hook(nullptr);
     kor::test::openDisplay.arm(0);
