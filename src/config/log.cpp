@@ -2,6 +2,7 @@
 
 #include "config/log_folding.h"
 #include "config/settings.h"
+#include "support/failures.h"
 #include "support/forked_child.h"
 #include "support/process.h"
 #include "support/trusted_file.h"
@@ -169,7 +170,7 @@ kor::InForkedChild forgetLog([] {
 
 } // namespace
 
-extern "C" bool kor_open_log() {
+extern "C" bool kor_open_log() try {
     if (openLog.load(std::memory_order_acquire) != nullptr)
         return false;
     auto* record = static_cast<LogRecord*>(calloc(1, sizeof(LogRecord)));
@@ -192,8 +193,9 @@ extern "C" bool kor_open_log() {
     kor::logThreshold.store(record->threshold, std::memory_order_relaxed);
     return true;
 }
+KOR_OTHERWISE(false)
 
-extern "C" bool kor_close_log() {
+extern "C" bool kor_close_log() try {
     LogRecord* record = openLog.exchange(nullptr, std::memory_order_acq_rel);
     if (record == nullptr)
         return false;
@@ -202,6 +204,7 @@ extern "C" bool kor_close_log() {
     free(record); // the stream stays open on purpose: a late record may still be on its way to it
     return true;
 }
+KOR_OTHERWISE(false)
 
 extern "C" void kor_printlog(const char* tag, int level, const char* levelWord,
                              const char* function, bool echo, const char* format, ...) {

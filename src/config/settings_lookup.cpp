@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <new>
 #include <strings.h>
 #include <unistd.h>
 
@@ -257,7 +258,12 @@ bool Settings::boolSetting(const char* envName, const char* section, const char*
 }
 
 char* Settings::toString(const char* text) {
-    return isNoValue(text) ? nullptr : strdup(text);
+    if (isNoValue(text))
+        return nullptr;
+    char* copy = strdup(text);
+    if (copy == nullptr)
+        throw std::bad_alloc(); // half the settings are none: they are read again at the next use
+    return copy;
 }
 
 int Settings::toInt(const char* text, bool* invalid) {

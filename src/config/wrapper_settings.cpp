@@ -1,10 +1,11 @@
 #include "config/wrapper_settings.h"
 
 #include "config/settings.h"
+#include "support/failures.h"
 
 #include <cstring>
 
-int kor_wrapper_setting(const char* key) {
+int kor_wrapper_setting(const char* key) try {
     const auto& settings = kor::conf::settings();
     const struct {
         const char* key;
@@ -20,7 +21,7 @@ int kor_wrapper_setting(const char* key) {
                 return setting.value ? 1 : 0;
     return -1;
 }
+KOR_OTHERWISE(-1)
 
-const char* kor_gl_display_setting() {
-    return kor::conf::settings().glDisplay;
-}
+const char* kor_gl_display_setting() try { return kor::conf::settings().glDisplay; }
+KOR_OTHERWISE(nullptr)

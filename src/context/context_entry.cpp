@@ -3,6 +3,7 @@
 
 #include "core/entry_points.h"
 #include "display/local_call.h"
+#include "support/failures.h"
 #include "support/handle_text.h"
 #include "support/log.h"
 
@@ -14,7 +15,7 @@ using kor::gl::ContextInfo;
 using kor::gl::LocalDisplay;
 using kor::gl::pinLocalDisplay;
 
-void kor_glXDestroyContext(Display* dpy, GLXContext ctx) {
+void kor_glXDestroyContext(Display* dpy, GLXContext ctx) try {
     KOR_DEBUG("START");
     if (!_setupAppDisplay(dpy, nullptr))
         return;
@@ -44,8 +45,9 @@ void kor_glXDestroyContext(Display* dpy, GLXContext ctx) {
     clearDeletedDrawables();
     callLocal(system_glXDestroyContext, local.get(), ctx);
 }
+KOR_OTHERWISE()
 
-void kor_glXCopyContext(Display* dpy, GLXContext src, GLXContext dst, unsigned long mask) {
+void kor_glXCopyContext(Display* dpy, GLXContext src, GLXContext dst, unsigned long mask) try {
     KOR_DEBUG("START");
     if (!_setupAppDisplay(dpy, nullptr))
         return;
@@ -62,8 +64,9 @@ void kor_glXCopyContext(Display* dpy, GLXContext src, GLXContext dst, unsigned l
     if (source != nullptr && destination != nullptr)
         destination->drawBuffer = source->drawBuffer;
 }
+KOR_OTHERWISE()
 
-int kor_glXQueryContext(Display* dpy, GLXContext ctx, int attribute, int* value) {
+int kor_glXQueryContext(Display* dpy, GLXContext ctx, int attribute, int* value) try {
     KOR_DEBUG("START");
     if (!_setupAppDisplay(dpy, nullptr))
         return -1; // no GLX error code: kept on purpose
@@ -74,8 +77,9 @@ int kor_glXQueryContext(Display* dpy, GLXContext ctx, int attribute, int* value)
     }
     return callLocal(system_glXQueryContext, local.get(), ctx, attribute, value);
 }
+KOR_OTHERWISE(-1)
 
-Bool kor_glXIsDirect(Display* dpy, GLXContext ctx) {
+Bool kor_glXIsDirect(Display* dpy, GLXContext ctx) try {
     KOR_DEBUG("START");
     if (!_setupAppDisplay(dpy, nullptr))
         return False;
@@ -88,3 +92,4 @@ Bool kor_glXIsDirect(Display* dpy, GLXContext ctx) {
         return False;
     return callLocal(system_glXIsDirect, local.get(), ctx);
 }
+KOR_OTHERWISE(False)

@@ -6,13 +6,24 @@
 #include "support/handle_text.h"
 #include "support/log.h"
 
+#include <memory>
+#include <new>
 #include <utility>
 
 namespace kor::gl {
 
 namespace {
 
-PerProcess<ContextMap> contextMap;
+/// A table that has got no buckets stays empty for good. There is none then, and the next caller
+/// makes another.
+struct WholeContextMap : ContextMap {
+    WholeContextMap() {
+        if (findOrInsert(nullptr) == nullptr)
+            throw std::bad_alloc();
+        remove(nullptr);
+    }
+};
+PerProcess<WholeContextMap> contextMap;
 PerProcess<Mutex> contextMutex;
 
 } // namespace
@@ -55,10 +66,14 @@ bool anyContextUses(Display* appDpy) {
 
 void addToContextMap(Display* dpy, GLXContext ctx, kor::gl::LocalVisualInfo* lvi,
                      GLXFBConfig fbconfig, const kor::gl::LocalDisplay& local) {
+    // Deleted outside the lock, where it has no place.
+    auto record = std::make_unique<kor::gl::ContextInfo>(dpy, ctx, lvi, fbconfig, local);
     {
         const kor::Lock lock(kor::gl::getContextMutex());
-        if (kor::gl::ContextInfo** slot = kor::gl::getContextMap().findOrInsert(ctx))
-            *slot = new kor::gl::ContextInfo(dpy, ctx, lvi, fbconfig, local);
+        kor::gl::ContextInfo** slot = kor::gl::getContextMap().findOrInsert(ctx);
+        if (slot == nullptr)
+            throw std::bad_alloc();
+        *slot = record.release();
     }
     KOR_DEBUG("added context %x to the map.", handleText(ctx));
 }

@@ -49,7 +49,7 @@ ContextInfo* findContext(GLXContext ctx);
 } // namespace kor::gl
 
 /// Notes a new context, made on that local connection. A record that the handle had before is
-/// replaced and left alone.
+/// replaced and left alone. Throws std::bad_alloc, and has noted nothing then.
 void addToContextMap(Display* dpy, GLXContext ctx, kor::gl::LocalVisualInfo* lvi,
                      GLXFBConfig fbconfig,
                      const kor::gl::LocalDisplay& local = kor::gl::LocalDisplay());

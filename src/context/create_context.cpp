@@ -3,6 +3,7 @@
 #include "config/settings.h"
 #include "core/entry_points.h"
 #include "display/local_call.h"
+#include "support/failures.h"
 #include "support/handle_text.h"
 #include "support/log.h"
 
@@ -48,6 +49,11 @@ class Creation {
         }
         if (tsd_->throwawayContext == nullptr)
             tsd_->throwawayContext = context;
+        const kor::OnFailure undo([&] {
+            if (tsd_->throwawayContext == context)
+                tsd_->throwawayContext = nullptr;
+            callLocal(system_glXDestroyContext, local_.get(), context);
+        });
         addToContextMap(dpy_, context, visual_, fbconfig, local_);
         return context;
     }
@@ -84,7 +90,8 @@ std::vector<int> withDebugFlag(const int* attribs) {
 
 } // namespace
 
-GLXContext kor_glXCreateContext(Display* dpy, XVisualInfo* vis, GLXContext shareList, Bool direct) {
+GLXContext kor_glXCreateContext(Display* dpy, XVisualInfo* vis, GLXContext shareList,
+                                Bool direct) try {
     if (vis == nullptr)
         return nullptr;
     KOR_DEBUG("visual id %x", static_cast<unsigned>(vis->visualid));
@@ -100,9 +107,10 @@ GLXContext kor_glXCreateContext(Display* dpy, XVisualInfo* vis, GLXContext share
                                      GLX_RGBA_TYPE, shareList, True),
                            config);
 }
+KOR_OTHERWISE(nullptr)
 
 GLXContext kor_glXCreateNewContext(Display* dpy, GLXFBConfig config, int renderType,
-                                   GLXContext shareList, Bool direct) {
+                                   GLXContext shareList, Bool direct) try {
     KOR_DEBUG("fbconfig %x, render type %d", handleText(config), renderType);
     Creation creation(__PRETTY_FUNCTION__, dpy, direct);
     if (!creation.setUp() || !creation.findVisual(config))
@@ -116,15 +124,17 @@ GLXContext kor_glXCreateNewContext(Display* dpy, GLXFBConfig config, int renderT
                                      renderType, shareList, True),
                            config);
 }
+KOR_OTHERWISE(nullptr)
 
 GLXContext kor_glXCreateContextWithConfigSGIX(Display* dpy, GLXFBConfigSGIX config, int renderType,
-                                              GLXContext shareList, Bool direct) {
+                                              GLXContext shareList, Bool direct) try {
     KOR_DEBUG("START");
     return kor_glXCreateNewContext(dpy, config, renderType, shareList, direct);
 }
+KOR_OTHERWISE(nullptr)
 
 GLXContext kor_glXCreateContextAttribsARB(Display* dpy, GLXFBConfig config, GLXContext shareContext,
-                                          Bool direct, const int* attribList) {
+                                          Bool direct, const int* attribList) try {
     KOR_DEBUG("fbconfig %x", handleText(config));
     Creation creation(__PRETTY_FUNCTION__, dpy, direct);
     if (!creation.setUp() || !creation.findVisual(config))
@@ -143,3 +153,4 @@ GLXContext kor_glXCreateContextAttribsARB(Display* dpy, GLXFBConfig config, GLXC
                                      shareContext, True, attribList),
                            config);
 }
+KOR_OTHERWISE(nullptr)

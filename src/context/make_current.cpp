@@ -7,6 +7,7 @@
 #include "display/display_end.h"
 #include "display/local_call.h"
 #include "drawable/registry.h" // a make-current joins both kinds of record
+#include "support/failures.h"
 #include "support/handle_text.h"
 #include "support/log.h"
 
@@ -110,7 +111,7 @@ void kor::gl::leaveCurrentOf(TSD& tsd, Display* appDpy) {
     setCurrent(&tsd, nullptr, nullptr, nullptr);
 }
 
-Bool kor_glXMakeCurrent(Display* dpy, GLXDrawable drawable, GLXContext ctx) {
+Bool kor_glXMakeCurrent(Display* dpy, GLXDrawable drawable, GLXContext ctx) try {
     KOR_DEBUG("drawable: %lx, context: %x", drawable, handleText(ctx));
     const kor::Undisturbed undisturbed; // until what is current is noted, too
     TSD* tsd = getTSD();
@@ -169,8 +170,10 @@ Bool kor_glXMakeCurrent(Display* dpy, GLXDrawable drawable, GLXContext ctx) {
     setCurrent(tsd, ctx, draw.get(), draw.get());
     return result;
 }
+KOR_OTHERWISE(False)
 
-Bool kor_glXMakeContextCurrent(Display* dpy, GLXDrawable draw, GLXDrawable read, GLXContext ctx) {
+Bool kor_glXMakeContextCurrent(Display* dpy, GLXDrawable draw, GLXDrawable read,
+                               GLXContext ctx) try {
     KOR_DEBUG("drawable: %lx, read drawable %lx, context: %x", draw, read, handleText(ctx));
     const kor::Undisturbed undisturbed; // as above
     TSD* tsd = getTSD();
@@ -230,30 +233,35 @@ Bool kor_glXMakeContextCurrent(Display* dpy, GLXDrawable draw, GLXDrawable read,
     setCurrent(tsd, ctx, drawRecord.get(), readRecord.get());
     return result;
 }
+KOR_OTHERWISE(False)
 
-GLXContext kor_glXGetCurrentContext() {
+GLXContext kor_glXGetCurrentContext() try {
     KOR_DEBUG("START");
     const TSD* tsd = getTSD();
     return tsd != nullptr ? tsd->currentContext : nullptr;
 }
+KOR_OTHERWISE(nullptr)
 
-GLXDrawable kor_glXGetCurrentDrawable() {
+GLXDrawable kor_glXGetCurrentDrawable() try {
     KOR_DEBUG("START");
     const TSD* tsd = getTSD();
     return tsd != nullptr && tsd->currentDrawable != nullptr ? tsd->currentDrawable->appDrawable
                                                              : GLXDrawable{None};
 }
+KOR_OTHERWISE(None)
 
-GLXDrawable kor_glXGetCurrentReadDrawable() {
+GLXDrawable kor_glXGetCurrentReadDrawable() try {
     KOR_DEBUG("START");
     const TSD* tsd = getTSD();
     return tsd != nullptr && tsd->currentReadDrawable != nullptr
                ? tsd->currentReadDrawable->appDrawable
                : GLXDrawable{None};
 }
+KOR_OTHERWISE(None)
 
-Display* kor_glXGetCurrentDisplay() {
+Display* kor_glXGetCurrentDisplay() try {
     KOR_DEBUG("START");
     const TSD* tsd = getTSD();
     return tsd != nullptr && tsd->currentContext != nullptr ? tsd->appDisplay.load() : nullptr;
 }
+KOR_OTHERWISE(nullptr)

@@ -3,6 +3,7 @@
 #include "core/system_gl.h"
 #include "core/thread_end.h"
 #include "core/tls_key.h"
+#include "support/failures.h"
 #include "support/forked_child.h"
 #include "support/log.h"
 #include "support/process.h"
@@ -27,7 +28,7 @@ constexpr const char* wordSize = sizeof(void*) == 8 ? "64" : "32";
 
 } // namespace
 
-void kor_init(void* sysGLHandle) {
+void kor_init(void* sysGLHandle) try {
     KOR_DEBUG("START");
     if (initDone.exchange(1) != 0) {
         KOR_DEBUG("already done");
@@ -38,6 +39,11 @@ void kor_init(void* sysGLHandle) {
     korGetCurrentProcessName(name, sizeof name);
     KOR_INFO("Application executable %s", name);
 
+    // What the entry points call is there even if there is no memory for the rest.
+    const kor::OnFailure begin([&] {
+        kor::gl::createTSDKey();
+        setup_sysgl(sysGLHandle);
+    });
     kor::conf::Settings::init();
     const kor::conf::Settings& settings = kor::conf::settings();
     kor::gl::createTSDKey();
@@ -58,8 +64,9 @@ void kor_init(void* sysGLHandle) {
     setup_sysgl(sysGLHandle);
     KOR_DEBUG("DONE");
 }
+KOR_OTHERWISE()
 
-void kor_fini() {
+void kor_fini() try {
     KOR_DEBUG("START");
     if (finiDone.exchange(1) != 0) {
         KOR_DEBUG("already done");
@@ -69,3 +76,4 @@ void kor_fini() {
     kor::gl::deleteTSDKey();
     KOR_DEBUG("DONE");
 }
+KOR_OTHERWISE()

@@ -4,6 +4,7 @@
 #include "display/kor_ext_protocol.h"
 
 #include "config/settings.h"
+#include "support/failures.h"
 #include "support/forked_child.h"
 #include "support/log.h"
 
@@ -67,13 +68,17 @@ bool _setupAppDisplay(Display* dpy, TSD* tsd) {
         KOR_DEBUG("KOR ext is enabled on display %s (%p)", DisplayString(tsd->appDisplay2),
                   static_cast<void*>(tsd->appDisplay2));
     }
-    const kor::gl::LocalDisplay local = kor::gl::pinLocalDisplay(tsd);
-    if (local && korIsSameXDisplay(dpy, local.get())) {
-        KOR_ERROR_ECHO("Local display is the same as the application display.");
-        // Closed again, so that the thread's next call comes here and fails too.
+    // Closed again, so that the thread's next call comes here and asks anew.
+    const auto giveBack = [&] {
         XCloseDisplay(tsd->appDisplay2);
         tsd->appDisplay2 = nullptr;
         tsd->extCodes = nullptr;
+    };
+    const kor::OnFailure undo(giveBack);
+    const kor::gl::LocalDisplay local = kor::gl::pinLocalDisplay(tsd);
+    if (local && korIsSameXDisplay(dpy, local.get())) {
+        KOR_ERROR_ECHO("Local display is the same as the application display.");
+        giveBack();
         return false;
     }
     return true;

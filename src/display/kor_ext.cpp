@@ -1,6 +1,7 @@
 #include "display/kor_ext.h"
 
 #include "display/kor_ext_protocol.h"
+#include "support/failures.h"
 
 #include <X11/Xlibint.h>
 #undef min
@@ -53,7 +54,7 @@ class Exchange {
 
 } // namespace
 
-Bool XKorExtQueryExtension(Display* dpy, Bool* present) {
+Bool XKorExtQueryExtension(Display* dpy, Bool* present) try {
     int majorOpcode = 0;
     int firstEvent = 0;
     int firstError = 0;
@@ -64,8 +65,9 @@ Bool XKorExtQueryExtension(Display* dpy, Bool* present) {
         *present = True;
     return result;
 }
+KOR_OTHERWISE(False)
 
-Bool XKorExtGetGLDisplay(Display* dpy, XExtCodes* codes, char** name) {
+Bool XKorExtGetGLDisplay(Display* dpy, XExtCodes* codes, char** name) try {
     if (name == nullptr)
         return False;
     Exchange exchange(dpy, codes);
@@ -91,9 +93,10 @@ Bool XKorExtGetGLDisplay(Display* dpy, XExtCodes* codes, char** name) {
     *name = text;
     return reply.status;
 }
+KOR_OTHERWISE(False)
 
 Bool XKorExtGetWindowInfo(Display* dpy, XExtCodes* codes, Window win, Bool* visible, int* visualId,
-                          int* rect) {
+                          int* rect) try {
     if (visualId == nullptr || rect == nullptr)
         return False;
     Exchange exchange(dpy, codes);
@@ -113,3 +116,4 @@ Bool XKorExtGetWindowInfo(Display* dpy, XExtCodes* codes, Window win, Bool* visi
     *visualId = static_cast<int>(reply.visualId);
     return reply.status;
 }
+KOR_OTHERWISE(False)

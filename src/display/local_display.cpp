@@ -10,6 +10,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <new>
 
 using kor::gl::TSD;
 
@@ -40,6 +41,8 @@ static const char* getLocalDisplayName(TSD* tsd) {
         const char* setting = kor::conf::settings().glDisplay;
         if (setting != nullptr) {
             localDisplayName = strdup(setting);
+            if (localDisplayName == nullptr)
+                throw std::bad_alloc(); // without a name the default display would be opened
         } else if (!askServer(tsd, &localDisplayName)) {
             KOR_LOG_AT("KORGL", kor::LogError, "ERROR",
                        "const char* getLocalDisplayName(kor::gl::TSD*)", false,

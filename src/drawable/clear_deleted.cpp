@@ -28,6 +28,7 @@ void clearDeletedDrawables() {
     {
         const kor::Lock lock(kor::gl::getLocalDrawablesMutex());
         kor::gl::DrawableList& list = kor::gl::getLocalDrawablesList();
+        deleted.reserve(list.size()); // none is lost for want of memory later
         for (auto entry = list.begin(); entry != list.end();) {
             DrawableInfo* record = *entry;
             if (record->type != kor::gl::WindowDrawable ||

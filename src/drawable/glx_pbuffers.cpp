@@ -1,6 +1,7 @@
 #include "core/entry_points.h"
 #include "display/local_call.h"
 #include "drawable/glx_record.h"
+#include "support/failures.h"
 #include "support/handle_text.h"
 #include "support/log.h"
 
@@ -29,7 +30,12 @@ const char* attributeName(int attribute) {
 /// all the same.
 GLXPbuffer registerPbuffer(Display* dpy, const kor::gl::LocalDisplay& local, GLXPbuffer pbuffer,
                            GLXFBConfig config, LocalVisualInfo* mapping) {
-    auto* record = new DrawableInfo(kor::gl::PbufferDrawable, pbuffer, config, dpy, 0, 0, 100, 100);
+    DrawableInfo* record = nullptr;
+    {
+        const kor::OnFailure undo(
+            [&] { kor::gl::takeBack(local.get(), pbuffer, system_glXDestroyPbuffer); });
+        record = new DrawableInfo(kor::gl::PbufferDrawable, pbuffer, config, dpy, 0, 0, 100, 100);
+    }
     record->livesOn(local);
     record->localDrawable = pbuffer;
     record->visualInfo = mapping;
@@ -39,7 +45,7 @@ GLXPbuffer registerPbuffer(Display* dpy, const kor::gl::LocalDisplay& local, GLX
 
 } // namespace
 
-GLXPbuffer kor_glXCreatePbuffer(Display* dpy, GLXFBConfig config, const int* attribs) {
+GLXPbuffer kor_glXCreatePbuffer(Display* dpy, GLXFBConfig config, const int* attribs) try {
     KOR_DEBUG("fbconfig %x", handleText(config));
     for (const int* pair = attribs; pair != nullptr && *pair != 0; pair += 2)
         KOR_DEBUG("attr, value: %s (%d), %d", attributeName(pair[0]), pair[0], pair[1]);
@@ -60,9 +66,10 @@ GLXPbuffer kor_glXCreatePbuffer(Display* dpy, GLXFBConfig config, const int* att
         kor::gl::callLocal(system_glXCreatePbuffer, local.get(), chosen, attribs);
     return registerPbuffer(dpy, local, pbuffer, config, mapping);
 }
+KOR_OTHERWISE(None)
 
 GLXPbufferSGIX kor_glXCreateGLXPbufferSGIX(Display* dpy, GLXFBConfigSGIX config, unsigned int width,
-                                           unsigned int height, int* attribs) {
+                                           unsigned int height, int* attribs) try {
     KOR_DEBUG("fbconfig %x", handleText(config));
     kor::gl::TSD* tsd = getTSD();
     const kor::gl::LocalDisplay local = kor::gl::localDisplayFor(dpy, tsd);
@@ -77,14 +84,17 @@ GLXPbufferSGIX kor_glXCreateGLXPbufferSGIX(Display* dpy, GLXFBConfigSGIX config,
                                                   config, width, height, attribs);
     return registerPbuffer(dpy, local, pbuffer, config, mapping);
 }
+KOR_OTHERWISE(None)
 
-void kor_glXDestroyPbuffer(Display* dpy, GLXPbuffer pbuffer) {
+void kor_glXDestroyPbuffer(Display* dpy, GLXPbuffer pbuffer) try {
     KOR_DEBUG("START");
     if (_setupAppDisplay(dpy, nullptr))
         eraseLocalDrawable(pbuffer, kor::gl::PbufferDrawable);
 }
+KOR_OTHERWISE()
 
-void kor_glXDestroyGLXPbufferSGIX(Display* dpy, GLXPbufferSGIX pbuffer) {
+void kor_glXDestroyGLXPbufferSGIX(Display* dpy, GLXPbufferSGIX pbuffer) try {
     KOR_DEBUG("START");
     kor_glXDestroyPbuffer(dpy, pbuffer);
 }
+KOR_OTHERWISE()

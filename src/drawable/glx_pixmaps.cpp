@@ -1,6 +1,7 @@
 #include "core/entry_points.h"
 #include "display/local_call.h"
 #include "drawable/glx_record.h"
+#include "support/failures.h"
 #include "support/forked_child.h"
 #include "support/handle_text.h"
 #include "support/log.h"
@@ -63,8 +64,13 @@ GLXPixmap createPixmap(Display* dpy, const LocalDisplay& local, LocalVisualInfo*
                                     geometry.height, geometry.depth);
         glxPixmap = system_glXCreatePixmap(local.get(), chosen, localPixmap, attribs);
     }
-    auto* record = new DrawableInfo(kor::gl::PixmapDrawable, glxPixmap, fbconfig, dpy, geometry.x,
-                                    geometry.y, geometry.width, geometry.height);
+    DrawableInfo* record = nullptr;
+    {
+        const kor::OnFailure undo(
+            [&] { kor::gl::takeBack(local.get(), glxPixmap, system_glXDestroyPixmap); });
+        record = new DrawableInfo(kor::gl::PixmapDrawable, glxPixmap, fbconfig, dpy, geometry.x,
+                                  geometry.y, geometry.width, geometry.height);
+    }
     record->livesOn(local);
     record->localDrawable = glxPixmap;
     record->visualInfo = mapping;
@@ -76,7 +82,8 @@ GLXPixmap createPixmap(Display* dpy, const LocalDisplay& local, LocalVisualInfo*
 
 } // namespace
 
-GLXPixmap kor_glXCreatePixmap(Display* dpy, GLXFBConfig config, Pixmap pixmap, const int* attribs) {
+GLXPixmap kor_glXCreatePixmap(Display* dpy, GLXFBConfig config, Pixmap pixmap,
+                              const int* attribs) try {
     KOR_DEBUG("fbconfig %x", handleText(config));
     kor::gl::TSD* tsd = getTSD();
     const LocalDisplay local = kor::gl::localDisplayFor(dpy, tsd);
@@ -94,8 +101,9 @@ GLXPixmap kor_glXCreatePixmap(Display* dpy, GLXFBConfig config, Pixmap pixmap, c
         KOR_DEBUG("forcing fbconfig %x", handleText(chosen));
     return createPixmap(dpy, local, mapping, chosen, config, pixmap, geometry, attribs);
 }
+KOR_OTHERWISE(None)
 
-GLXPixmap kor_glXCreateGLXPixmap(Display* dpy, XVisualInfo* vis, Pixmap pixmap) {
+GLXPixmap kor_glXCreateGLXPixmap(Display* dpy, XVisualInfo* vis, Pixmap pixmap) try {
     if (vis == nullptr)
         return None;
     KOR_DEBUG("visual id %x", static_cast<unsigned>(vis->visualid));
@@ -112,20 +120,24 @@ GLXPixmap kor_glXCreateGLXPixmap(Display* dpy, XVisualInfo* vis, Pixmap pixmap) 
     const GLXFBConfig chosen = mapping->chosenFbconfig();
     return createPixmap(dpy, local, mapping, chosen, chosen, pixmap, geometry, nullptr);
 }
+KOR_OTHERWISE(None)
 
 GLXPixmap kor_glXCreateGLXPixmapWithConfigSGIX(Display* dpy, GLXFBConfigSGIX config,
-                                               Pixmap pixmap) {
+                                               Pixmap pixmap) try {
     KOR_DEBUG("START");
     return kor_glXCreatePixmap(dpy, config, pixmap, nullptr);
 }
+KOR_OTHERWISE(None)
 
-void kor_glXDestroyPixmap(Display* dpy, GLXPixmap pixmap) {
+void kor_glXDestroyPixmap(Display* dpy, GLXPixmap pixmap) try {
     KOR_DEBUG("START");
     if (_setupAppDisplay(dpy, nullptr))
         eraseLocalDrawable(pixmap, kor::gl::PixmapDrawable);
 }
+KOR_OTHERWISE()
 
-void kor_glXDestroyGLXPixmap(Display* dpy, GLXPixmap pixmap) {
+void kor_glXDestroyGLXPixmap(Display* dpy, GLXPixmap pixmap) try {
     KOR_DEBUG("START");
     kor_glXDestroyPixmap(dpy, pixmap);
 }
+KOR_OTHERWISE()

@@ -1,6 +1,7 @@
 #include "core/entry_points.h"
 #include "display/local_call.h"
 #include "drawable/registry.h"
+#include "support/failures.h"
 #include "support/log.h"
 
 namespace {
@@ -34,7 +35,8 @@ void logAttribute(int attribute) {
 
 } // namespace
 
-void kor_glXQueryDrawable(Display* dpy, GLXDrawable drawable, int attribute, unsigned int* value) {
+void kor_glXQueryDrawable(Display* dpy, GLXDrawable drawable, int attribute,
+                          unsigned int* value) try {
     KOR_DEBUG("START");
     if (value == nullptr)
         return;
@@ -57,9 +59,10 @@ void kor_glXQueryDrawable(Display* dpy, GLXDrawable drawable, int attribute, uns
     kor::gl::callLocal(system_glXQueryDrawable, local.get(), record->localDrawable.load(),
                        attribute, value);
 }
+KOR_OTHERWISE()
 
 int kor_glXQueryGLXPbufferSGIX(Display* dpy, GLXPbufferSGIX pbuffer, int attribute,
-                               unsigned int* value) {
+                               unsigned int* value) try {
     KOR_DEBUG("START");
     if (value == nullptr)
         return 0;
@@ -79,3 +82,4 @@ int kor_glXQueryGLXPbufferSGIX(Display* dpy, GLXPbufferSGIX pbuffer, int attribu
     return kor::gl::callLocal(system_glXQueryGLXPbufferSGIX, local.get(), pbuffer, attribute,
                               value);
 }
+KOR_OTHERWISE(0)

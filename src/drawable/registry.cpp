@@ -1,6 +1,7 @@
 #include "drawable/registry.h"
 
 #include "display/users.h"
+#include "support/failures.h"
 #include "support/forked_child.h"
 
 using kor::Lock;
@@ -52,6 +53,7 @@ bool anyWindowDrawableUses(Display* appDpy) {
 } // namespace kor::gl
 
 void pushLocalDrawable(DrawableInfo* record) {
+    const kor::OnFailure undo([&] { kor::gl::discard(record); }); // when the lock is released
     const Lock lock(kor::gl::getLocalDrawablesMutex());
     kor::gl::getLocalDrawablesList().pushFront(record);
 }

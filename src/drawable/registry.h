@@ -32,7 +32,7 @@ Mutex& getLocalDrawablesMutex();
 
 } // namespace kor::gl
 
-/// Hands a record to the registry.
+/// Hands a record to the registry. Throws std::bad_alloc, and has discarded the record then.
 void pushLocalDrawable(kor::gl::DrawableInfo* record);
 
 /// The newest record of an application drawable, of any type, or null.

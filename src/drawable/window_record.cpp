@@ -2,6 +2,7 @@
 #include "display/local_call.h"
 #include "drawable/registry.h"
 #include "drawable/window_known.h"
+#include "support/failures.h"
 #include "support/log.h"
 
 using kor::gl::DrawableInfo;
@@ -75,7 +76,10 @@ DrawableRef getDrawableInfo(Display* dpy, Window window, GLXFBConfig fbconfig, T
         kor::gl::discard(record);
         return DrawableRef();
     }
-    record->visualInfo = _getLVI(dpy, record->getVisualID(), tsd);
+    {
+        const kor::OnFailure undo([&] { kor::gl::discard(record); });
+        record->visualInfo = _getLVI(dpy, record->getVisualID(), tsd);
+    }
     if (record->visualInfo == nullptr) {
         RECORD_DEBUG("no lvi for %x", static_cast<unsigned>(record->getVisualID()));
         return DrawableRef(); // the half-built record is left as it is, on purpose

@@ -3,6 +3,7 @@
 #include "core/entry_points.h"
 #include "core/system_gl.h"
 #include "drawable/drawable_info.h"
+#include "support/failures.h"
 #include "support/handle_text.h"
 #include "support/log.h"
 
@@ -111,7 +112,7 @@ Switch record(ContextInfo& context, GLenum mode) {
 
 } // namespace
 
-void kor_glDrawBuffer(GLenum mode) {
+void kor_glDrawBuffer(GLenum mode) try {
     KOR_DEBUG("START");
     TSD* tsd = getTSD();
     if (tsd == nullptr || tsd->currentContext == nullptr) {
@@ -142,8 +143,9 @@ void kor_glDrawBuffer(GLenum mode) {
     system_glDrawBuffer(change.systemMode);
     KOR_DEBUG("DONE");
 }
+KOR_OTHERWISE()
 
-GLint kor_glRenderMode(GLenum mode) {
+GLint kor_glRenderMode(GLenum mode) try {
     const char* name = mode == GL_RENDER     ? "GL_RENDER"
                        : mode == GL_SELECT   ? "GL_SELECT"
                        : mode == GL_FEEDBACK ? "GL_FEEDBACK"
@@ -169,8 +171,9 @@ GLint kor_glRenderMode(GLenum mode) {
     }
     return system_glRenderMode(mode);
 }
+KOR_OTHERWISE(0)
 
-void kor_glPopAttrib() {
+void kor_glPopAttrib() try {
     KOR_DEBUG("START");
     GLint before = 0;
     GLint after = 0;
@@ -182,3 +185,4 @@ void kor_glPopAttrib() {
         KOR_INFO("draw buffer changed from %x to %x", static_cast<unsigned>(before),
                  static_cast<unsigned>(after));
 }
+KOR_OTHERWISE()

@@ -6,6 +6,7 @@
 #include "core/system_gl.h"
 #include "drawable/drawable_info.h"
 #include "entry/copyback_pixmap.h"
+#include "support/failures.h"
 #include "support/handle_text.h"
 #include "support/log.h"
 
@@ -114,12 +115,14 @@ void finishOrFlush(void (*systemFunction)(), TSD* tsd) {
     drawable->readback();
 }
 
-void kor_glFlush() {
+void kor_glFlush() try {
     KOR_DEBUG("START");
     flushOrFinish(system_glFlush);
 }
+KOR_OTHERWISE()
 
-void kor_glFinish() {
+void kor_glFinish() try {
     KOR_DEBUG("START");
     flushOrFinish(system_glFinish);
 }
+KOR_OTHERWISE()

@@ -3,6 +3,7 @@
 #include "core/system_gl.h"
 #include "display/local_call.h"
 #include "entry/extension_filter.h"
+#include "support/failures.h"
 #include "support/forked_child.h"
 #include "support/log.h"
 
@@ -57,7 +58,7 @@ LocalDisplay localFor(Display* dpy, const char* function) {
 
 } // namespace
 
-const char* kor_glXQueryExtensionsString(Display* dpy, int screen) {
+const char* kor_glXQueryExtensionsString(Display* dpy, int screen) try {
     KOR_DEBUG("START");
     if (const char* cached = combinedExtensions->get())
         return cached;
@@ -72,8 +73,9 @@ const char* kor_glXQueryExtensionsString(Display* dpy, int screen) {
     combinedExtensions->build(reported, __PRETTY_FUNCTION__);
     return combinedExtensions->get();
 }
+KOR_OTHERWISE(nullptr)
 
-const char* kor_glXGetClientString(Display* dpy, int name) {
+const char* kor_glXGetClientString(Display* dpy, int name) try {
     KOR_DEBUG("querying %d", name);
     if (name == GLX_EXTENSIONS) {
         if (const char* cached = clientExtensions->get())
@@ -91,8 +93,9 @@ const char* kor_glXGetClientString(Display* dpy, int name) {
     clientExtensions->build(reported, __PRETTY_FUNCTION__);
     return clientExtensions->get();
 }
+KOR_OTHERWISE(nullptr)
 
-const char* kor_glXQueryServerString(Display* dpy, int screen, int name) {
+const char* kor_glXQueryServerString(Display* dpy, int screen, int name) try {
     KOR_DEBUG("querying %d", name);
     const LocalDisplay pinned = localFor(dpy, __PRETTY_FUNCTION__);
     Display* const local = pinned.get();
@@ -106,15 +109,18 @@ const char* kor_glXQueryServerString(Display* dpy, int screen, int name) {
     // The server's extensions come unfiltered, unlike the client's: that difference is intended.
     return callLocal(system_glXQueryServerString, local, screen, name);
 }
+KOR_OTHERWISE(nullptr)
 
-Bool kor_glXQueryExtension(Display* dpy, int* errorBase, int* eventBase) {
+Bool kor_glXQueryExtension(Display* dpy, int* errorBase, int* eventBase) try {
     KOR_DEBUG("START");
     const LocalDisplay pinned = localFor(dpy, __PRETTY_FUNCTION__);
     return callLocal(system_glXQueryExtension, pinned.get(), errorBase, eventBase);
 }
+KOR_OTHERWISE(False)
 
-Bool kor_glXQueryVersion(Display* dpy, int* major, int* minor) {
+Bool kor_glXQueryVersion(Display* dpy, int* major, int* minor) try {
     KOR_DEBUG("START");
     const LocalDisplay pinned = localFor(dpy, __PRETTY_FUNCTION__);
     return callLocal(system_glXQueryVersion, pinned.get(), major, minor) ? 1 : 0;
 }
+KOR_OTHERWISE(False)

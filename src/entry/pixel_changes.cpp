@@ -4,6 +4,7 @@
 #include "core/entry_points.h"
 #include "core/system_gl.h"
 #include "drawable/drawable_info.h"
+#include "support/failures.h"
 #include "support/handle_text.h"
 #include "support/log.h"
 
@@ -22,32 +23,36 @@ void setNonRasterPixelChange() {
 }
 
 void kor_glBitmap(GLsizei width, GLsizei height, GLfloat xorig, GLfloat yorig, GLfloat xmove,
-                  GLfloat ymove, const GLubyte* bitmap) {
+                  GLfloat ymove, const GLubyte* bitmap) try {
     KOR_DEBUG("START");
     setNonRasterPixelChange();
     system_glBitmap(width, height, xorig, yorig, xmove, ymove, bitmap);
 }
+KOR_OTHERWISE()
 
 void kor_glDrawPixels(GLsizei width, GLsizei height, GLenum format, GLenum type,
-                      const GLvoid* pixels) {
+                      const GLvoid* pixels) try {
     KOR_DEBUG("START");
     setNonRasterPixelChange();
     system_glDrawPixels(width, height, format, type, pixels);
 }
+KOR_OTHERWISE()
 
-void kor_glCopyPixels(GLint x, GLint y, GLsizei width, GLsizei height, GLenum type) {
+void kor_glCopyPixels(GLint x, GLint y, GLsizei width, GLsizei height, GLenum type) try {
     KOR_DEBUG("START");
     if (type == GL_COLOR)
         setNonRasterPixelChange();
     system_glCopyPixels(x, y, width, height, type);
 }
+KOR_OTHERWISE()
 
-void kor_glClear(GLbitfield mask) {
+void kor_glClear(GLbitfield mask) try {
     KOR_DEBUG("START");
     if ((mask & GL_COLOR_BUFFER_BIT) != 0)
         setNonRasterPixelChange();
     system_glClear(mask);
 }
+KOR_OTHERWISE()
 
 namespace {
 
@@ -64,19 +69,21 @@ void giveUpSampleQueries(const char* function) {
 
 } // namespace
 
-void kor_glGenQueries(GLsizei n, GLuint* ids) {
+void kor_glGenQueries(GLsizei n, GLuint* ids) try {
     KOR_DEBUG("START");
     giveUpSampleQueries(__PRETTY_FUNCTION__);
     system_glGenQueries(n, ids);
 }
+KOR_OTHERWISE()
 
-void kor_glGenQueriesARB(GLsizei n, GLuint* ids) {
+void kor_glGenQueriesARB(GLsizei n, GLuint* ids) try {
     KOR_DEBUG("START");
     giveUpSampleQueries(__PRETTY_FUNCTION__);
     system_glGenQueriesARB(n, ids);
 }
+KOR_OTHERWISE()
 
-void kor_glViewport(GLint x, GLint y, GLsizei width, GLsizei height) {
+void kor_glViewport(GLint x, GLint y, GLsizei width, GLsizei height) try {
     KOR_DEBUG("%d %d %d %d", x, y, width, height);
     const kor::gl::TSD* tsd = getTSD();
     if (tsd == nullptr) {
@@ -95,3 +102,4 @@ void kor_glViewport(GLint x, GLint y, GLsizei width, GLsizei height) {
     }
     system_glViewport(x, y, width, height);
 }
+KOR_OTHERWISE()

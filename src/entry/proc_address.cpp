@@ -1,5 +1,6 @@
 #include "core/entry_points.h"
 #include "core/system_gl.h"
+#include "support/failures.h"
 #include "support/log.h"
 
 #include <cstring>
@@ -26,7 +27,7 @@ __GLXextFuncPtr procedureTable(const char* name) {
 
 } // namespace
 
-__GLXextFuncPtr kor_glXGetProcAddress(const GLubyte* procName) {
+__GLXextFuncPtr kor_glXGetProcAddress(const GLubyte* procName) try {
     const char* name = reinterpret_cast<const char*>(procName);
     KOR_DEBUG("procname: %s", name != nullptr ? name : "");
     if (name == nullptr)
@@ -42,8 +43,10 @@ __GLXextFuncPtr kor_glXGetProcAddress(const GLubyte* procName) {
     KOR_DEBUG("failed");
     return nullptr;
 }
+KOR_OTHERWISE(nullptr)
 
-__GLXextFuncPtr kor_glXGetProcAddressARB(const GLubyte* procName) {
+__GLXextFuncPtr kor_glXGetProcAddressARB(const GLubyte* procName) try {
     KOR_DEBUG("START");
     return kor_glXGetProcAddress(procName);
 }
+KOR_OTHERWISE(nullptr)

@@ -3,9 +3,10 @@
 #include "core/system_gl.h"
 #include "display/displays.h"
 #include "drawable/registry.h"
+#include "support/failures.h"
 #include "support/log.h"
 
-void kor_glXSwapBuffers(Display* dpy, GLXDrawable drawable) {
+void kor_glXSwapBuffers(Display* dpy, GLXDrawable drawable) try {
     KOR_DEBUG("drawable %lx", drawable);
     if (!_setupAppDisplay(dpy, nullptr) || drawable == None)
         return;
@@ -37,13 +38,15 @@ void kor_glXSwapBuffers(Display* dpy, GLXDrawable drawable) {
     if (record->type == kor::gl::WindowDrawable)
         record->readback();
 }
+KOR_OTHERWISE()
 
-void kor_glXWaitGL() {
+void kor_glXWaitGL() try {
     KOR_DEBUG("START");
     system_glXWaitGL();
 }
+KOR_OTHERWISE()
 
-void kor_glXWaitX() {
+void kor_glXWaitX() try {
     KOR_DEBUG("START");
     if (kor::conf::settings().glxwaitxSyncAppDisplay) {
         const kor::gl::TSD* tsd = getTSD();
@@ -52,3 +55,4 @@ void kor_glXWaitX() {
     }
     system_glXWaitX();
 }
+KOR_OTHERWISE()

@@ -2,6 +2,7 @@
 #include "core/system_gl.h"
 #include "display/displays.h"
 #include "drawable/registry.h"
+#include "support/failures.h"
 #include "support/log.h"
 
 #include <X11/Xutil.h>
@@ -29,7 +30,8 @@ GLXDrawable copyToLocalPixmap(Display* dpy, Display* local, kor::gl::DrawableInf
 
 } // namespace
 
-void kor_glXBindTexImageEXT(Display* dpy, GLXDrawable drawable, int buffer, const int* attribList) {
+void kor_glXBindTexImageEXT(Display* dpy, GLXDrawable drawable, int buffer,
+                            const int* attribList) try {
     KOR_DEBUG("START");
     if (!_setupAppDisplay(dpy, nullptr))
         return;
@@ -55,8 +57,9 @@ void kor_glXBindTexImageEXT(Display* dpy, GLXDrawable drawable, int buffer, cons
         bound = copyToLocalPixmap(dpy, local, *record, rect);
     system_glXBindTexImageEXT(local, bound, buffer, attribList);
 }
+KOR_OTHERWISE()
 
-void kor_glXReleaseTexImageEXT(Display* dpy, GLXDrawable drawable, int buffer) {
+void kor_glXReleaseTexImageEXT(Display* dpy, GLXDrawable drawable, int buffer) try {
     KOR_DEBUG("START");
     if (!_setupAppDisplay(dpy, nullptr))
         return;
@@ -76,3 +79,4 @@ void kor_glXReleaseTexImageEXT(Display* dpy, GLXDrawable drawable, int buffer) {
     system_glXReleaseTexImageEXT(local, record ? record->localDrawable.load() : GLXDrawable{None},
                                  buffer);
 }
+KOR_OTHERWISE()

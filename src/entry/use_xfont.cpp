@@ -3,6 +3,7 @@
 #include "core/system_gl.h"
 #include "display/connections.h"
 #include "display/displays.h"
+#include "support/failures.h"
 #include "support/log.h"
 
 #include <X11/Xatom.h>
@@ -100,7 +101,7 @@ bool useFont(TSD& tsd, int mode, Font font, int first, int count, int listBase) 
 
 } // namespace
 
-void kor_glXUseXFont(Font font, int first, int count, int listBase) {
+void kor_glXUseXFont(Font font, int first, int count, int listBase) try {
     KOR_DEBUG("Font %d, [%d, %d], base: %d", static_cast<int>(font), first, count, listBase);
     TSD* tsd = getTSD();
     if (tsd == nullptr)
@@ -111,3 +112,4 @@ void kor_glXUseXFont(Font font, int first, int count, int listBase) {
     if (useFont(*tsd, mode, font, first, count, listBase))
         KOR_DEBUG("DONE");
 }
+KOR_OTHERWISE()

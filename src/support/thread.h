@@ -1,6 +1,8 @@
 #ifndef KOR_SUPPORT_THREAD_H
 #define KOR_SUPPORT_THREAD_H
 
+#include "support/failures.h"
+
 #include <atomic>
 #include <cstdint>
 #include <pthread.h>
@@ -61,10 +63,13 @@ template <typename T> class Thread {
         ++self->runningCount_;
         self->entered_ = true;
         self->entered_.notify_all();
-        const bool result = self->entry_(self->target_);
+        const bool result = self->run();
         --self->runningCount_;
         return reinterpret_cast<void*>(static_cast<uintptr_t>(result));
     }
+
+    bool run() try { return entry_(target_); }
+    KOR_OTHERWISE(false)
 
     pthread_t handle_ = 0;
     pthread_t id_ = 0;

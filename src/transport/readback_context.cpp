@@ -52,9 +52,10 @@ bool ReadbackContext::setSharedContext(const LocalDisplay& local, GLXFBConfig fb
 void ReadbackContext::layGrid(int width, int height) {
     const SliceGrid grid(width, height);
     if (grid.columns * grid.rows != static_cast<int>(slices_.size())) {
-        slices_.clear();
+        std::vector<std::unique_ptr<ReadbackSlice>> slices;
         for (int i = 0; i < grid.columns * grid.rows; ++i)
-            slices_.push_back(std::make_unique<ReadbackSlice>());
+            slices.push_back(std::make_unique<ReadbackSlice>());
+        slices_ = std::move(slices);
     }
     columns_ = grid.columns;
     rows_ = grid.rows;

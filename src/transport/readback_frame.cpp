@@ -3,6 +3,7 @@
 #include "core/system_gl.h"
 #include "display/local_call.h"
 #include "drawable/drawable_info.h"
+#include "support/failures.h"
 #include "support/log.h"
 #include "support/process.h"
 #include "transport/copyback.h"
@@ -103,6 +104,7 @@ void DrawableInfo::readback() {
     std::unique_lock frameLock(frameMutex);
     ApplicationState application(local.get(), *this);
     application.forceRenderMode(__PRETTY_FUNCTION__);
+    const OnFailure undo([&] { application.restore(); });
     if (!setupReadbackContexts()) {
         // It is the position that is printed, not the size: kept so.
         KOR_WARNING("Failed to create readback contexts for ldi %p, %dx%d",
@@ -113,6 +115,7 @@ void DrawableInfo::readback() {
     // Another thread may end this record in the meantime; its readback context stays for this
     // frame.
     if (ReadbackContext* context = holdReadbackContext()) {
+        const OnFailure drop([&] { context->unref(); });
         context->performGPUReadback(rect.width, rect.height);
         context->unref();
     }

@@ -1,6 +1,7 @@
 #include "core/system_gl.h"
 #include "display/displays.h"
 #include "drawable/drawable_info.h"
+#include "support/failures.h"
 #include "support/log.h"
 #include "transport/readback_context.h"
 
@@ -63,6 +64,12 @@ bool DrawableInfo::setupReadbackContexts() {
     system_glReadBuffer(GL_FRONT);
     system_glViewport(0, 0, 2, 2);
 
+    // The next frame begins anew.
+    const OnFailure undo([&] {
+        system_glXMakeCurrent(local, None, nullptr);
+        system_glXDestroyContext(local, readContext);
+        readContext = nullptr;
+    });
     auto* context = new ReadbackContext;
     context->ref();
     context->countIn(statistics);

@@ -1,13 +1,19 @@
 #include "core/entry_points.h"
 #include "core/system_gl.h"
 #include "display/displays.h"
+#include "support/failures.h"
 #include "support/log.h"
 #include "visual/visual_map.h"
 
 #include <algorithm>
 #include <cstdlib>
+#include <memory>
 
 namespace {
+
+struct Free {
+    void operator()(void* memory) const { free(memory); }
+};
 
 struct RequestLine {
     int attribute;
@@ -66,7 +72,7 @@ void logRequest(const int* list) {
 } // namespace
 
 GLXFBConfig* kor_glXChooseFBConfig(Display* dpy, int /*screen*/, const int* attribList,
-                                   int* nelements) {
+                                   int* nelements) try {
     KOR_DEBUG("START");
     kor::gl::TSD* tsd = getTSD();
     if (!_setupAppDisplay(dpy, tsd))
@@ -90,31 +96,34 @@ GLXFBConfig* kor_glXChooseFBConfig(Display* dpy, int /*screen*/, const int* attr
             XFree(configs);
         return nullptr;
     }
-    auto* kept = static_cast<GLXFBConfig*>(
-        malloc(sizeof(GLXFBConfig) * static_cast<size_t>(std::max(*nelements, 1))));
+    const std::unique_ptr<GLXFBConfig[], Free> kept(static_cast<GLXFBConfig*>(
+        malloc(sizeof(GLXFBConfig) * static_cast<size_t>(std::max(*nelements, 1)))));
     if (kept == nullptr) {
         KOR_ERROR("could not allocate fbconfig array");
         XFree(configs);
         return nullptr;
     }
+    const kor::OnFailure undo([&] { XFree(configs); });
     int keptCount = 0;
     for (int i = 0; i < *nelements; ++i) {
         if (_getLVI(dpy, configs[i], tsd) != nullptr)
             kept[keptCount++] = configs[i];
     }
-    std::copy_n(kept, keptCount, configs);
-    free(kept);
+    std::copy_n(kept.get(), keptCount, configs);
     *nelements = keptCount;
     return configs;
 }
+KOR_OTHERWISE(nullptr)
 
-GLXFBConfig* kor_glXGetFBConfigs(Display* dpy, int screen, int* nelements) {
+GLXFBConfig* kor_glXGetFBConfigs(Display* dpy, int screen, int* nelements) try {
     KOR_DEBUG("START");
     return kor_glXChooseFBConfig(dpy, screen, nullptr, nelements);
 }
+KOR_OTHERWISE(nullptr)
 
 GLXFBConfigSGIX* kor_glXChooseFBConfigSGIX(Display* dpy, int screen, int* attribList,
-                                           int* nelements) {
+                                           int* nelements) try {
     KOR_DEBUG("START");
     return kor_glXChooseFBConfig(dpy, screen, attribList, nelements);
 }
+KOR_OTHERWISE(nullptr)

@@ -1,6 +1,7 @@
 #include "core/entry_points.h"
 #include "core/system_gl.h"
 #include "display/displays.h"
+#include "support/failures.h"
 #include "support/log.h"
 #include "visual/visual_map.h"
 
@@ -148,7 +149,7 @@ bool isInMap(VisualID id) {
 
 } // namespace
 
-XVisualInfo* kor_glXChooseVisual(Display* dpy, int screen, int* attribList) {
+XVisualInfo* kor_glXChooseVisual(Display* dpy, int screen, int* attribList) try {
     KOR_DEBUG("START");
     if (!_setupAppDisplay(dpy, nullptr))
         return nullptr;
@@ -187,3 +188,4 @@ XVisualInfo* kor_glXChooseVisual(Display* dpy, int screen, int* attribList) {
     KOR_DEBUG("return %x.", static_cast<unsigned>(visual->visualid));
     return visual;
 }
+KOR_OTHERWISE(nullptr)

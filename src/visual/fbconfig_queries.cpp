@@ -1,6 +1,7 @@
 #include "core/entry_points.h"
 #include "core/system_gl.h"
 #include "display/displays.h"
+#include "support/failures.h"
 #include "support/log.h"
 #include "visual/visual_map.h"
 
@@ -72,7 +73,7 @@ std::optional<int> translateVisualId(Display* local, GLXFBConfig config, int loc
 
 } // namespace
 
-int kor_glXGetFBConfigAttrib(Display* dpy, GLXFBConfig config, int attribute, int* value) {
+int kor_glXGetFBConfigAttrib(Display* dpy, GLXFBConfig config, int attribute, int* value) try {
     KOR_DEBUG("START");
     if (!_setupAppDisplay(dpy, nullptr))
         return 0; // success, with *value untouched: kept on purpose
@@ -103,13 +104,16 @@ int kor_glXGetFBConfigAttrib(Display* dpy, GLXFBConfig config, int attribute, in
     }
     return result;
 }
+KOR_OTHERWISE(GLX_BAD_VALUE)
 
-int kor_glXGetFBConfigAttribSGIX(Display* dpy, GLXFBConfigSGIX config, int attribute, int* value) {
+int kor_glXGetFBConfigAttribSGIX(Display* dpy, GLXFBConfigSGIX config, int attribute,
+                                 int* value) try {
     KOR_DEBUG("START");
     return kor_glXGetFBConfigAttrib(dpy, config, attribute, value);
 }
+KOR_OTHERWISE(GLX_BAD_VALUE)
 
-XVisualInfo* kor_glXGetVisualFromFBConfig(Display* dpy, GLXFBConfig config) {
+XVisualInfo* kor_glXGetVisualFromFBConfig(Display* dpy, GLXFBConfig config) try {
     KOR_DEBUG("START");
     if (!_setupAppDisplay(dpy, nullptr))
         return nullptr;
@@ -137,14 +141,17 @@ XVisualInfo* kor_glXGetVisualFromFBConfig(Display* dpy, GLXFBConfig config) {
         KOR_DEBUG("cannot find visual %x", mapping->appVisual.visualId);
     return visual;
 }
+KOR_OTHERWISE(nullptr)
 
-XVisualInfo* kor_glXGetVisualFromFBConfigSGIX(Display* dpy, GLXFBConfigSGIX config) {
+XVisualInfo* kor_glXGetVisualFromFBConfigSGIX(Display* dpy, GLXFBConfigSGIX config) try {
     KOR_DEBUG("START");
     return kor_glXGetVisualFromFBConfig(dpy, config);
 }
+KOR_OTHERWISE(nullptr)
 
-GLXFBConfigSGIX kor_glXGetFBConfigFromVisualSGIX(Display* dpy, XVisualInfo* /*vis*/) {
+GLXFBConfigSGIX kor_glXGetFBConfigFromVisualSGIX(Display* dpy, XVisualInfo* /*vis*/) try {
     KOR_DEBUG("START");
     _setupAppDisplay(dpy, nullptr);
     return nullptr; // unsupported by design
 }
+KOR_OTHERWISE(nullptr)

@@ -1,6 +1,7 @@
 #include "core/entry_points.h"
 #include "core/system_gl.h"
 #include "display/displays.h"
+#include "support/failures.h"
 #include "support/log.h"
 #include "visual/visual_map.h"
 
@@ -39,7 +40,7 @@ const LocalVisualInfo* findMapping(VisualID id) {
 
 } // namespace
 
-int kor_glXGetConfig(Display* dpy, XVisualInfo* vis, int attribute, int* value) {
+int kor_glXGetConfig(Display* dpy, XVisualInfo* vis, int attribute, int* value) try {
     KOR_DEBUG("START");
     if (!_setupAppDisplay(dpy, nullptr) || vis == nullptr || value == nullptr)
         return GLX_BAD_VALUE;
@@ -61,3 +62,4 @@ int kor_glXGetConfig(Display* dpy, XVisualInfo* vis, int attribute, int* value) 
     KOR_DEBUG("%lx default val %x", vis->visualid, *value);
     return GLX_BAD_ATTRIBUTE;
 }
+KOR_OTHERWISE(GLX_BAD_VALUE)

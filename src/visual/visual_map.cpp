@@ -139,16 +139,19 @@ bool pairVisual(const Build& build, LocalVisualInfo& mapping) {
     return true;
 }
 
+/// Mappings that are not in the map yet: it is complete or empty.
+using OwnedMappings = std::list<std::unique_ptr<LocalVisualInfo>>;
+
 /// The application's visuals that support GL, in the server's order.
-VisualMap glVisuals(const Build& build, XVisualInfo* visuals, int count) {
-    VisualMap kept;
+OwnedMappings glVisuals(const Build& build, XVisualInfo* visuals, int count) {
+    OwnedMappings kept;
     for (int i = 0; i < count; ++i) {
         auto mapping = std::make_unique<LocalVisualInfo>();
         mapping->appVisual.fill(build.appDpy, &visuals[i], build.appMultisample);
         if (mapping->appVisual.useGL != 0) {
             BUILD_INFO("adding id %lx (%d)", visuals[i].visualid, mapping->appVisual.doubleBuffer);
             mapping->doubleBuffered = mapping->appVisual.doubleBuffer != 0;
-            kept.push_back(mapping.release());
+            kept.push_back(std::move(mapping));
         } else {
             BUILD_INFO("skipping id %lx (does not support OpenGL)", visuals[i].visualid);
         }
@@ -210,14 +213,20 @@ void initializeVisualMap(Display* appDpy, int screen, TSD* tsd) {
             BUILD_INFO("localDisplay supports multisampling");
     }
 
-    for (LocalVisualInfo* mapping : glVisuals(build, visuals.get(), count)) {
-        if (!pairVisual(build, *mapping)) {
-            delete mapping;
+    VisualMap complete;
+    OwnedMappings candidates = glVisuals(build, visuals.get(), count);
+    for (auto mapping = candidates.begin(); mapping != candidates.end();) {
+        if (!pairVisual(build, **mapping)) {
+            mapping = candidates.erase(mapping);
             continue;
         }
-        kor::gl::getVisualMap().push_back(mapping);
-        logPair(build, *mapping);
+        complete.push_back(mapping->get());
+        logPair(build, **mapping);
+        ++mapping;
     }
+    for (auto& mapping : candidates)
+        mapping.release(); // never freed
+    kor::gl::getVisualMap().swap(complete);
     mappings->built = true;
 }
 
