@@ -19,6 +19,7 @@
 #include <sys/shm.h>
 #include <sys/time.h>
 #include <unistd.h>
+#include <utility>
 
 namespace kor::test {
 
@@ -30,6 +31,8 @@ Fault queryFont, getFontProperty, getAtomName, loadQueryFont;
 Fault setSpecific, keyCreate;
 std::atomic<size_t> failingAllocation{0};
 std::atomic<size_t> throwingAllocation{0};
+std::atomic<int> allocationsToFailure{0};
+thread_local bool countsAllocations = gettid() != getpid();
 std::atomic<bool> queryFontWithoutProperties{false};
 std::atomic<VisualID> visualIdGiven{0};
 std::vector<int> depthsGiven;
@@ -50,7 +53,7 @@ std::atomic<void (*)(pthread_mutex_t*)> beforeUnlock{nullptr};
 namespace {
 
 std::mutex recordMutex;
-bool recording = false;
+std::atomic<bool> recording{false};
 std::vector<std::string> calls;
 
 struct Sleep {
@@ -59,6 +62,12 @@ struct Sleep {
 };
 std::vector<Sleep> sleeps; // guarded by recordMutex, too
 
+/// True for the allocation that has to fail.
+bool failsNow() {
+    return allocationsToFailure.load(std::memory_order_relaxed) > 0 && countsAllocations &&
+           allocationsToFailure.fetch_sub(1) == 1;
+}
+
 void note(const std::string& call) {
     if (onCall)
         onCall(call);
@@ -66,6 +75,13 @@ void note(const std::string& call) {
     if (recording)
         calls.push_back(call);
 }
+
+// Makes no text that nobody wants: its memory would count as the library's.
+#define NOTE(call)                                                                                 \
+    do {                                                                                           \
+        if (recording || onCall)                                                                   \
+            note(call);                                                                            \
+    } while (false)
 
 std::string text(const char* name, const std::string& argument) {
     return std::string(name) + "(" + argument + ")";
@@ -116,7 +132,7 @@ std::vector<unsigned> sleepsOf(pid_t thread) {
 #define FAILING(result, name, fault, failure, parameters, arguments)                               \
     result __real_##name parameters;                                                               \
     result __wrap_##name parameters {                                                              \
-        note(#name);                                                                               \
+        NOTE(#name);                                                                               \
         if ((fault).strikes())                                                                     \
             return failure;                                                                        \
         return __real_##name arguments;                                                            \
@@ -166,14 +182,31 @@ FAILING(int, pthread_key_create, keyCreate, ENOMEM, (pthread_key_t * key, void (
 #define WRAPPED(name) JOINED(__wrap_, name)
 void* REAL(OPERATOR_NEW)(size_t);
 void* WRAPPED(OPERATOR_NEW)(size_t size) {
-    if (size == throwingAllocation.load(std::memory_order_relaxed))
+    if (size == throwingAllocation.load(std::memory_order_relaxed) || failsNow())
         throw std::bad_alloc();
     return REAL(OPERATOR_NEW)(size);
 }
 
+// The same that throws nothing, for one object and for several.
+#if defined(__LP64__)
+#define NEW_NOTHROW _ZnwmRKSt9nothrow_t
+#define NEW_ARRAY_NOTHROW _ZnamRKSt9nothrow_t
+#else
+#define NEW_NOTHROW _ZnwjRKSt9nothrow_t
+#define NEW_ARRAY_NOTHROW _ZnajRKSt9nothrow_t
+#endif
+void* REAL(NEW_NOTHROW)(size_t, const std::nothrow_t&);
+void* WRAPPED(NEW_NOTHROW)(size_t size, const std::nothrow_t& nothrow) {
+    return failsNow() ? nullptr : REAL(NEW_NOTHROW)(size, nothrow);
+}
+void* REAL(NEW_ARRAY_NOTHROW)(size_t, const std::nothrow_t&);
+void* WRAPPED(NEW_ARRAY_NOTHROW)(size_t size, const std::nothrow_t& nothrow) {
+    return failsNow() ? nullptr : REAL(NEW_ARRAY_NOTHROW)(size, nothrow);
+}
+
 XVisualInfo* __real_XGetVisualInfo(Display*, long, XVisualInfo*, int*);
 XVisualInfo* __wrap_XGetVisualInfo(Display* display, long mask, XVisualInfo* wanted, int* count) {
-    note("XGetVisualInfo");
+    NOTE("XGetVisualInfo");
     if (getVisualInfo.strikes())
         return nullptr;
     if (visualsOfEveryScreen)
@@ -199,7 +232,7 @@ XImage* __real_XCreateImage(Display*, Visual*, unsigned, int, int, char*, unsign
                             int);
 XImage* __wrap_XCreateImage(Display* display, Visual* visual, unsigned depth, int form, int offset,
                             char* data, unsigned width, unsigned height, int pad, int line) {
-    note(text("XCreateImage", "pad " + std::to_string(pad) + ", line " + std::to_string(line)));
+    NOTE(text("XCreateImage", "pad " + std::to_string(pad) + ", line " + std::to_string(line)));
     visualOfImage = visual;
     if (createImage.strikes())
         return nullptr;
@@ -211,7 +244,7 @@ XImage* __wrap_XCreateImage(Display* display, Visual* visual, unsigned depth, in
 
 XFontStruct* __real_XQueryFont(Display*, XID);
 XFontStruct* __wrap_XQueryFont(Display* display, XID font) {
-    note("XQueryFont");
+    NOTE("XQueryFont");
     XFontStruct* given = queryFont.strikes() ? nullptr : __real_XQueryFont(display, font);
     if (given != nullptr && queryFontWithoutProperties) {
         XFree(given->properties);
@@ -222,13 +255,13 @@ XFontStruct* __wrap_XQueryFont(Display* display, XID font) {
 
 XFontStruct* __real_XLoadQueryFont(Display*, const char*);
 XFontStruct* __wrap_XLoadQueryFont(Display* display, const char* name) {
-    note(text("XLoadQueryFont", name));
+    NOTE(text("XLoadQueryFont", name));
     return loadQueryFont.strikes() ? nullptr : __real_XLoadQueryFont(display, name);
 }
 
 int __real_XFreeGC(Display*, GC);
 int __wrap_XFreeGC(Display* display, GC gc) {
-    note("XFreeGC");
+    NOTE("XFreeGC");
     return __real_XFreeGC(display, gc);
 }
 
@@ -241,7 +274,7 @@ int __wrap_XCloseDisplay(Display* display) {
 
 Bool __real_XShmAttach(Display*, XShmSegmentInfo*);
 Bool __wrap_XShmAttach(Display* display, XShmSegmentInfo* info) {
-    note("XShmAttach");
+    NOTE("XShmAttach");
     if (shmAttach.strikes())
         return False;
     if (beforeShmAttach)
@@ -251,32 +284,32 @@ Bool __wrap_XShmAttach(Display* display, XShmSegmentInfo* info) {
 
 Bool __real_XShmDetach(Display*, XShmSegmentInfo*);
 Bool __wrap_XShmDetach(Display* display, XShmSegmentInfo* info) {
-    note("XShmDetach");
+    NOTE("XShmDetach");
     return __real_XShmDetach(display, info);
 }
 
 int __real_XPutImage(Display*, Drawable, GC, XImage*, int, int, int, int, unsigned, unsigned);
 int __wrap_XPutImage(Display* display, Drawable drawable, GC gc, XImage* image, int fromX,
                      int fromY, int x, int y, unsigned width, unsigned height) {
-    note("XPutImage");
+    NOTE("XPutImage");
     return __real_XPutImage(display, drawable, gc, image, fromX, fromY, x, y, width, height);
 }
 
 int __real_XSync(Display*, Bool);
 int __wrap_XSync(Display* display, Bool discard) {
-    note(text("XSync", discard ? "True" : "False"));
+    NOTE(text("XSync", discard ? "True" : "False"));
     return __real_XSync(display, discard);
 }
 
 int __real_XFlush(Display*);
 int __wrap_XFlush(Display* display) {
-    note("XFlush");
+    NOTE("XFlush");
     return __real_XFlush(display);
 }
 
 XErrorHandler __real_XSetErrorHandler(XErrorHandler);
 XErrorHandler __wrap_XSetErrorHandler(XErrorHandler handler) {
-    note("XSetErrorHandler");
+    NOTE("XSetErrorHandler");
     return __real_XSetErrorHandler(handler);
 }
 
@@ -284,7 +317,7 @@ int __real_shmget(key_t, size_t, int);
 int __wrap_shmget(key_t key, size_t size, int flags) {
     char mode[16];
     snprintf(mode, sizeof mode, "0%o", static_cast<unsigned>(flags));
-    note(text("shmget", std::string(key == IPC_PRIVATE ? "private" : "shared") + ", " +
+    NOTE(text("shmget", std::string(key == IPC_PRIVATE ? "private" : "shared") + ", " +
                             std::to_string(size) + ", " + mode));
     if (shmGet.strikes()) {
         errno = ENOSPC;
@@ -295,7 +328,7 @@ int __wrap_shmget(key_t key, size_t size, int flags) {
 
 void* __real_shmat(int, const void*, int);
 void* __wrap_shmat(int segment, const void* address, int flags) {
-    note("shmat");
+    NOTE("shmat");
     if (shmAt.strikes()) {
         errno = EMFILE;
         return reinterpret_cast<void*>(-1);
@@ -305,7 +338,7 @@ void* __wrap_shmat(int segment, const void* address, int flags) {
 
 int __real_shmdt(const void*);
 int __wrap_shmdt(const void* address) {
-    note("shmdt");
+    NOTE("shmdt");
     return __real_shmdt(address);
 }
 
@@ -314,13 +347,13 @@ int __wrap_shmctl(int segment, int command, shmid_ds* state) {
     const char* name = command == IPC_RMID  ? "IPC_RMID"
                        : command == IPC_SET ? "IPC_SET"
                                             : "IPC_STAT";
-    note(text("shmctl", name));
+    NOTE(text("shmctl", name));
     return __real_shmctl(segment, command, state);
 }
 
 void* __real_dlsym(void*, const char*);
 void* __wrap_dlsym(void* handle, const char* name) {
-    note(text("dlsym", name));
+    NOTE(text("dlsym", name));
     return __real_dlsym(handle, name);
 }
 
@@ -337,8 +370,10 @@ int __wrap_gettimeofday(timeval* now, void* zone) {
 int __real_usleep(useconds_t);
 int __wrap_usleep(useconds_t microseconds) {
     {
+        const bool counted = std::exchange(countsAllocations, false); // this one is the test's
         const std::lock_guard lock(recordMutex);
         sleeps.push_back({gettid(), microseconds});
+        countsAllocations = counted;
     }
     return __real_usleep(std::min(microseconds, 2000000U)); // a wrong one shall not hold a test up
 }
@@ -347,7 +382,17 @@ void* __real_malloc(size_t);
 void* __wrap_malloc(size_t size) {
     if (size != 0 && size == failingAllocation.load(std::memory_order_relaxed))
         return nullptr;
-    return __real_malloc(size);
+    return failsNow() ? nullptr : __real_malloc(size);
+}
+
+void* __real_calloc(size_t, size_t);
+void* __wrap_calloc(size_t count, size_t size) {
+    return failsNow() ? nullptr : __real_calloc(count, size);
+}
+
+char* __real_strdup(const char*);
+char* __wrap_strdup(const char* text) {
+    return failsNow() ? nullptr : __real_strdup(text);
 }
 
 hostent* __real_gethostbyname(const char*);

@@ -51,6 +51,12 @@ extern std::atomic<size_t> failingAllocation;
 /// operator new of exactly this size throws; 0: none.
 extern std::atomic<size_t> throwingAllocation;
 
+/// Counts down with each allocation that the library makes (operator new, malloc, calloc, strdup);
+/// the one that takes it to 0 fails. Those of this thread count while countsAllocations is set,
+/// those of other threads always.
+extern std::atomic<int> allocationsToFailure;
+extern thread_local bool countsAllocations;
+
 /// Called with the connection before XCreateImage and XShmAttach have their effect.
 extern std::function<void(Display*)> beforeCreateImage;
 extern std::function<void(XShmSegmentInfo*)> beforeShmAttach;
