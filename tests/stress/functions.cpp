@@ -1,18 +1,19 @@
 // functions_stress: a small program's life on the fake driver, in a process for each way in which
 // one of the driver's functions can fail: at its first call, at its second, and at one further on.
 // The program may not work then; it must neither crash nor hang.
-//   --seed
-//   --share N  one in N of the cases only
+//   --further N  so many further calls, by chance, of each function
+//   --share N    one in N of the cases only
 #include "displays.h"
 
 #include <X11/Xutil.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <map>
-#include <poll.h>
+#include <numeric>
 #include <random>
 #include <string>
 #include <sys/wait.h>
@@ -280,7 +281,7 @@ std::map<std::string, int> census(World& world) {
 } // namespace
 
 int main(int count, char** words) {
-    std::map<std::string, int> options{{"--seed", 1}, {"--share", 1}};
+    std::map<std::string, int> options{{"--seed", 1}, {"--share", 1}, {"--further", 1}};
     for (int i = 1; i + 1 < count; i += 2)
         options[words[i]] = std::atoi(words[i + 1]);
     std::mt19937 random(static_cast<unsigned>(options["--seed"]));
@@ -290,11 +291,11 @@ int main(int count, char** words) {
     int never = 0;
     int found = calls.empty() ? 1 : 0;
     for (const auto& [name, times] : calls) {
-        std::vector<int> places;
-        for (int place = 1; place <= std::min(times, 2); ++place)
-            places.push_back(place);
+        std::vector<int> places(static_cast<std::size_t>(times));
+        std::iota(places.begin(), places.end(), 1);
         if (times > 2)
-            places.push_back(3 + static_cast<int>(random() % static_cast<unsigned>(times - 2)));
+            std::shuffle(places.begin() + 2, places.end(), random);
+        places.resize(std::min(places.size(), static_cast<std::size_t>(2 + options["--further"])));
         if (times == 0) {
             ++never;
             std::printf("not called: %s\n", name.c_str());

@@ -290,16 +290,18 @@ def no_segment_left(run, road):
 
 
 def functions(run):
-    """Each of the driver's functions failing at its first, its second and a further call."""
+    """Each of the driver's functions failing at its first, its second and further calls."""
     share = run.size(8, 1, 1, scaled=False)
+    further = run.size(1, 10, 40, scaled=False)
     ways = [("plain", {}), ("settings turned", turned_settings(run))] * run.size(1, 1, 3)
     with run.world() as world:
         for number, (way, extra) in enumerate(ways):
             if run.over():
                 return
             program = world.start([world.program("functions"), "--seed", str(run.seed + number),
-                                   "--share", str(share)], world.environment(extra))
-            outcome = program.finish(900)
+                                   "--share", str(share), "--further", str(further)],
+                                  world.environment(extra))
+            outcome = program.finish(1800)
             run.result.count("failures of functions", outcome.numbers.get("cases", 0))
             run.result.measured["functions"] = outcome.numbers.get("functions", 0)
             run.result.measured[f"never called, {way}"] = [
