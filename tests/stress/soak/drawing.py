@@ -6,7 +6,7 @@ import time
 
 from . import machine
 from .settings import turned_settings
-from .world import CLASSIC, DIRECT, GLVND, Session
+from .world import CLASSIC, DIRECT, GLVND, PAINTERS_GCS, Session
 
 HANDS = ("program", "client", "kill", "manager", "resized", "between")
 
@@ -17,9 +17,8 @@ def words(values):
 
 def windows(run):
     """Windows destroyed at random moments by every hand that can."""
-    rounds = run.size(40, 200, 10000)
-    # Each combination so often, by both fronts together.
-    rounds = rounds if run.form == "short" else max(40, rounds // 2)
+    # In full 10,000 for each hand, in four combinations and by two fronts.
+    rounds = run.size(24, 40, 1250)
     cases = [(how, handler, current) for how in HANDS for handler in (0, 1) for current in (0, 1)]
     if run.form == "short":  # every hand once, handler and context by chance
         cases = [(how, run.random.randrange(2), run.random.randrange(2)) for how in HANDS]
@@ -30,8 +29,8 @@ def windows(run):
             options = words({"how": how, "handler": handler, "current": current,
                              "seed": run.seed + number})
             name = f"{how}, {'' if handler else 'no '}handler, {'' if current else 'no '}context"
-            limit = 30 + rounds * 0.25
-            plain = direct.run("windows", [*options, "--rounds", max(40, rounds // 4)], limit)
+            limit = 30 + rounds * 0.5
+            plain = direct.run("windows", [*options, "--rounds", max(24, rounds // 4)], limit)
             for session in roads:
                 if run.over():
                     return
@@ -42,11 +41,14 @@ def windows(run):
                     run.result.note(f"{name}: the program ends directly as well, {plain.word()}")
                 elif run.result.passed(outcome, what):
                     run.result.compare(what, outcome.measures, plain.measures)
+                    kept = outcome.measures["end"].get("X " + PAINTERS_GCS, 0)
+                    run.result.expect(kept <= rounds + 20, f"{what}: more than a GC for each window",
+                                      f"{kept} for {rounds} windows")
 
 
 def resizes(run):
     """Resizes at every frame, in four threads."""
-    each = run.size(60, 500, 2500)
+    each = run.size(40, 250, 2500)
     most = run.size(240, 500, 1024, scaled=False)
     size = f"{2 * most}x{2 * most}"
     options = words({"resizes": each, "most": most, "seed": run.seed})
@@ -188,7 +190,8 @@ def growth(run):
             for name, server in (("session's server", session.application),
                                  ("local server", session.local)):
                 counts = {"X " + key: value for key, value in world.counts(server).items()
-                          if key in ("PIXMAP", "GC", "GLXContext", "clients", "pixmap-bytes",
+                          if key in ("PIXMAP", "GC" if server is session.local else PAINTERS_GCS,
+                                     "GLXContext", "clients", "pixmap-bytes",
                                      "WINDOW", "COLORMAP", "GLXDrawable")}
                 counts["resident"] = machine.resident(server.pid)
                 counts["descriptors"] = machine.descriptors(server.pid)

@@ -163,8 +163,8 @@ class Guard:
     def _watch(self):
         while not self._end.wait(0.5):
             reason = self._look()
-            if reason and not self.reason:
-                self.reason = reason
+            if reason:
+                self.reason = self.reason or reason
                 self._kill()
 
     def _look(self):
