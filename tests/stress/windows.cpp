@@ -1,5 +1,6 @@
 // windows_stress: windows that end at random moments by every hand that can end one.
-//   --how     program, client, kill, manager, resized or between: who ends the window, and when
+//   --how     program, client, kill, manager, resized or between: who ends the window, and when;
+//             close: the program closes the connection on which it made the window and drew
 //   --rounds  so many windows
 //   --handler 1: the program has an error handler and goes on drawing while the window goes;
 //             0: it has none, and draws nothing more once the end has begun
@@ -13,6 +14,8 @@ using namespace kor::client;
 using namespace kor::stress;
 
 namespace {
+
+constexpr int kCheckEvery = 6;
 
 struct World {
     Display* display; // draws
@@ -59,6 +62,36 @@ void drawFrames(const World& world, Random& random, int most) {
     }
 }
 
+// Whatever went before, perhaps under the same id, the window shows what is drawn.
+void checkPicture(const World& world, const Rectangle& place, int round) {
+    const Picture picture(place.width, place.height, static_cast<unsigned>(round) % 256);
+    glViewport(0, 0, place.width, place.height);
+    drawQuad(picture);
+    glXSwapBuffers(world.display, world.window);
+    requireShown(world.display, world.window, picture, "window " + std::to_string(round));
+}
+
+// A window, its context and its connection; ids and addresses are those of the one before.
+void liveOnOwnConnection(Random& random, int round) {
+    World world{openDisplay(), nullptr, nullptr, None, None, "close"};
+    {
+        const Windows windows(world.display);
+        const Rectangle place{random.below(300), random.below(300), 20 + random.below(120),
+                              20 + random.below(120)};
+        world.window = windows.open(place);
+        const GLXContext context = createContext(world.display, windows.visual());
+        makeCurrent(world.display, world.window, context);
+        drawFrames(world, random, 3);
+        if (round % kCheckEvery == 0)
+            checkPicture(world, place, round);
+        glXMakeCurrent(world.display, None, nullptr);
+        glXDestroyContext(world.display, context);
+        if (random.oneIn(2))
+            XDestroyWindow(world.display, world.window);
+    }
+    XCloseDisplay(world.display);
+}
+
 } // namespace
 
 int main(int count, char** words) {
@@ -78,6 +111,10 @@ int main(int count, char** words) {
     for (int round = 0; round < rounds; ++round) {
         if (round == rounds / 10)
             measure("begin");
+        if (world.how == "close") {
+            liveOnOwnConnection(random, round);
+            continue;
+        }
         const Rectangle place{random.below(300), random.below(300), 20 + random.below(120),
                               20 + random.below(120)};
         if (world.how == "manager") {
@@ -95,6 +132,8 @@ int main(int count, char** words) {
         }
         makeCurrent(world.display, world.window, context);
         drawFrames(world, random, 3);
+        if (round % kCheckEvery == 0)
+            checkPicture(world, place, round);
         if (!current)
             glXMakeCurrent(world.display, None, nullptr);
         if (handler && current && world.how != "program" && world.how != "between") {
@@ -125,14 +164,10 @@ int main(int count, char** words) {
         }
     }
 
-    // Whatever went, a new window shows what is drawn.
-    world.window = windows.open({10, 10, 120, 90});
+    const Rectangle last{10, 10, 120, 90};
+    world.window = windows.open(last);
     makeCurrent(world.display, world.window, context);
-    const Picture picture(120, 90, 7);
-    glViewport(0, 0, 120, 90);
-    drawQuad(picture);
-    glXSwapBuffers(world.display, world.window);
-    requireShown(world.display, world.window, picture, "a window after all the others");
+    checkPicture(world, last, rounds);
     measure("end");
     glXMakeCurrent(world.display, None, nullptr);
     glXDestroyContext(world.display, context);

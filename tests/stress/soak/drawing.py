@@ -8,7 +8,7 @@ from . import machine
 from .settings import turned_settings
 from .world import CLASSIC, DIRECT, GLVND, PAINTERS_GCS, Session
 
-HANDS = ("program", "client", "kill", "manager", "resized", "between")
+HANDS = ("program", "client", "kill", "manager", "resized", "between", "close")
 
 
 def words(values):
@@ -20,7 +20,7 @@ def windows(run):
     # In full 10,000 for each hand, in four combinations and by two fronts.
     rounds = run.size(24, 40, 1250)
     cases = [(how, handler, current) for how in HANDS for handler in (0, 1) for current in (0, 1)]
-    if run.form == "short":  # every hand once, handler and context by chance
+    if run.form == "short":  # each hand once, handler and context by chance
         cases = [(how, run.random.randrange(2), run.random.randrange(2)) for how in HANDS]
     with run.world() as world:
         direct = Session(world, DIRECT)
@@ -41,6 +41,10 @@ def windows(run):
                     run.result.note(f"{name}: the program ends directly as well, {plain.word()}")
                 elif run.result.passed(outcome, what):
                     run.result.compare(what, outcome.measures, plain.measures)
+                    errors = outcome.numbers.get("errors", 0)
+                    run.result.expect(errors == 0 or plain.numbers.get("errors", 0) > 0,
+                                      f"{what}: X errors reach the program's handler, none directly",
+                                      f"{errors} for {rounds} windows")
                     kept = outcome.measures["end"].get("X " + PAINTERS_GCS, 0)
                     run.result.expect(kept <= rounds + 20, f"{what}: more than a GC for each window",
                                       f"{kept} for {rounds} windows")

@@ -172,7 +172,7 @@ def killed_application_server(run, road):
             lambda: os.kill(session.application.pid, signal.SIGKILL))
         # Xlib ends a program whose server is gone with status 1.
         exits_settled(run, outcome, f"servers (session's server killed, {road})", (1,))
-        clean_killed(session.application)
+        session.application.forget_sockets()
 
 
 def killed_local_server(run, road):
@@ -184,17 +184,7 @@ def killed_local_server(run, road):
         # It lives on without frames, or its driver ends it; it does not hang.
         run.result.expect(not outcome.hung, f"{what}: hangs", outcome.stacks[-4000:])
         run.result.measured[what] = outcome.word()
-        clean_killed(session.local)
-
-
-def clean_killed(server):
-    """A killed server leaves its socket; nothing of ours could remove it."""
-    server.process.wait(20)
-    for path in server.sockets():
-        try:
-            os.unlink(path)
-        except OSError:
-            pass
+        session.local.forget_sockets()
 
 
 def stopped_servers(run, road):

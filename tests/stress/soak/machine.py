@@ -135,6 +135,12 @@ def measure(pid):
     }
 
 
+def display_owner(number):
+    """The process of the X server that has that display number now; 0 where there is none."""
+    text = read(f"/tmp/.X{number}-lock").strip()
+    return int(text) if text.isdigit() and alive(int(text)) else 0
+
+
 class Guard:
     """Ends a scenario's programs before the machine's segments, its memory or the clients of a
     server are used up. `reason` says why it did."""
@@ -204,16 +210,17 @@ class Before:
         except OSError:
             return set()
 
-    def left(self, sockets=()):
-        """What has been left, in words; it is given some seconds to go."""
+    def left(self, displays=()):
+        """What has been left, in words; it is given some seconds to go. Of the displays' servers the
+        sockets may be left."""
         end = time.monotonic() + self._wait
         while True:
-            found = self._look(sockets)
+            found = self._look(displays)
             if not found or time.monotonic() >= end:
                 return found
             time.sleep(0.2)
 
-    def _look(self, sockets):
+    def _look(self, displays):
         found = []
         for number, creator, made, owner in segments():
             new = number not in self._segments and made >= self._since and owner == os.getuid()
@@ -223,7 +230,11 @@ class Before:
             if alive(pid):
                 command = read(f"/proc/{pid}/cmdline").replace("\0", " ").strip()
                 found.append(f"process {pid} ({command[:60]})")
-        found += [str(path) for path in map(pathlib.Path, sockets) if path.exists()]
+        for number in displays:
+            # By now another's server may have taken the number.
+            if not display_owner(number):
+                found += [path for path in (f"/tmp/.X11-unix/X{number}", f"/tmp/.X{number}-lock")
+                          if os.path.exists(path)]
         found += [str(path) for path in sorted((self._folder / "tmp").rglob("*"))]
         found += ["/dev/shm/" + name for name in sorted(self._names("/dev/shm") - self._shared)]
         return found

@@ -86,8 +86,12 @@ class Server:
         self._errors.flush()
         return pathlib.Path(self._errors.name).read_text(errors="replace")
 
-    def sockets(self):
-        return [f"/tmp/.X11-unix/X{self.number}", f"/tmp/.X{self.number}-lock"]
+    def forget_sockets(self):
+        """After its server was killed: it could not remove them, unless another's has the number."""
+        self.process.wait(20)
+        if not machine.display_owner(self.number):
+            for path in (f"/tmp/.X11-unix/X{self.number}", f"/tmp/.X{self.number}-lock"):
+                pathlib.Path(path).unlink(missing_ok=True)
 
     def stop(self):
         if self.process.poll() is None:
@@ -178,7 +182,7 @@ class World:
         self.guard.close()
         for server in self.servers:
             server.stop()
-        left = self.before.left([path for server in self.servers for path in server.sockets()])
+        left = self.before.left([server.number for server in self.servers])
         for pid in machine.marked(self.mark):
             try:
                 os.kill(pid, signal.SIGKILL)
