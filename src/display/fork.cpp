@@ -1,4 +1,5 @@
 #include "display/displays.h"
+#include "support/failures.h"
 #include "support/forked_child.h"
 
 #include <X11/Xlibint.h>
@@ -16,9 +17,8 @@ constexpr unsigned longestWait = 200; // milliseconds
 
 thread_local bool holdsLocalDisplay = false;
 
-void beforeFork() {
-    holdsLocalDisplay = getLocalDisplayMutex().lockWithin(longestWait);
-}
+void beforeFork() try { holdsLocalDisplay = getLocalDisplayMutex().lockWithin(longestWait); }
+KOR_OTHERWISE()
 
 void afterForkInParent() {
     if (holdsLocalDisplay)

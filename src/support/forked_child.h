@@ -47,16 +47,16 @@ class InForkedChild : ForkedChildHook {
 
 /// One T per process: made by the first caller of get(), never destroyed, and made anew by the
 /// first caller in a forked child, whatever the parent's threads were doing with theirs; what that
-/// one holds is left as it is. It lies in place, so that only T itself can want memory. Has static
+/// one holds is left as it is, for calls of the forking thread that still refer to it. The making
+/// throws what T's does, and std::bad_alloc; the next caller tries again. Has static
 /// storage, at namespace level: a local static has a lock of its own, which a child may find held.
 template <typename T> class PerProcess : ForkedChildHook {
   public:
     PerProcess() noexcept : ForkedChildHook(forget) {}
 
     T& get() {
-        if (__builtin_expect(!made_.load(std::memory_order_acquire), 0))
-            make();
-        return *std::launder(reinterpret_cast<T*>(memory_));
+        T* made = made_.load(std::memory_order_acquire);
+        return __builtin_expect(made != nullptr, 1) ? *made : make();
     }
     T& operator*() { return get(); }
     T* operator->() { return &get(); }
@@ -71,22 +71,23 @@ template <typename T> class PerProcess : ForkedChildHook {
         pthread_mutex_t& mutex;
     };
 
-    void make() {
+    T& make() {
         const Making making(mutex_);
-        if (made_.load(std::memory_order_relaxed))
-            return;
-        new (memory_) T;
-        made_.store(true, std::memory_order_release);
+        T* made = made_.load(std::memory_order_relaxed);
+        if (made == nullptr) {
+            made = new T;
+            made_.store(made, std::memory_order_release);
+        }
+        return *made;
     }
     static void forget(ForkedChildHook& hook) {
         auto& self = static_cast<PerProcess&>(hook);
         new (&self.mutex_) pthread_mutex_t(PTHREAD_MUTEX_INITIALIZER);
-        self.made_.store(false, std::memory_order_relaxed);
+        self.made_.store(nullptr, std::memory_order_relaxed);
     }
 
     pthread_mutex_t mutex_ = PTHREAD_MUTEX_INITIALIZER;
-    std::atomic<bool> made_{false};
-    alignas(T) unsigned char memory_[sizeof(T)];
+    std::atomic<T*> made_{nullptr};
 };
 
 } // namespace kor
