@@ -5,6 +5,7 @@
 #include "core/thread_end.h"
 #include "display/connections.h"
 #include "drawable/registry.h"
+#include "support/failures.h"
 #include "support/forked_child.h"
 #include "support/log.h"
 #include "transport/frame_statistics.h"
@@ -72,7 +73,7 @@ bool Copyback::waitForEnd() {
     return true;
 }
 
-void Copyback::doCopyback(Display* display) {
+void Copyback::doCopyback(Display* display) try {
     wake_.P(korWhereInfo{});
     if (checkStop())
         return;
@@ -90,6 +91,7 @@ void Copyback::doCopyback(Display* display) {
             record->copyback(display);
     }
 }
+KOR_OTHERWISE() // the next pass tries again
 
 CopybackThread::CopybackThread(Copyback* copyback) : copyback_(copyback) {
     start(this, callback);

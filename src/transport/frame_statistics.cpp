@@ -1,5 +1,6 @@
 #include "transport/frame_statistics.h"
 
+#include "support/failures.h"
 #include "support/forked_child.h"
 #include "support/mutex.h"
 
@@ -104,7 +105,7 @@ void openStatisticsPage() {
     page.store(made, std::memory_order_release);
 }
 
-void ensureStatisticsPage() {
+void ensureStatisticsPage() try {
     if (page.load(std::memory_order_acquire) != nullptr)
         return;
     const Lock lock(opening->mutex);
@@ -112,6 +113,7 @@ void ensureStatisticsPage() {
         openStatisticsPage();
     opening->tried = true;
 }
+KOR_OTHERWISE() // nothing is counted then
 
 FrameStatistics::~FrameStatistics() {
     // From here on another window may get the line.
