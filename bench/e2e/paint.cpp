@@ -62,13 +62,14 @@ class Library {
   public:
     Library(const GlLibrary& gl, Display* local, GLXFBConfig config, const std::string& display,
             const XVisualInfo& visual, Size size)
-        : m_gl(gl), m_local(local), m_display(openDisplay(display)), m_visual(visual.visualid),
-          m_size(size), m_pbuffer(makePbuffer(gl, local, config, size.width, size.height)),
+        : m_gl(gl), m_local(local), m_connection(local, nullptr), m_display(openDisplay(display)),
+          m_visual(visual.visualid), m_size(size),
+          m_pbuffer(makePbuffer(gl, local, config, size.width, size.height)),
           m_reader(makeContext(gl, local, config, nullptr)),
           m_painter(makeWindow(m_display, visual, 0, 0, size.width, size.height)) {
         m_context.ref();
         const kor::Lock lock(getLocalDisplayMutex());
-        if (!m_context.setSharedContext(local, config, m_reader,
+        if (!m_context.setSharedContext(m_pinned, config, m_reader,
                                         makePbuffer(gl, local, config, 10, 10)))
             fail("no readback context can be made");
     }
@@ -86,6 +87,8 @@ class Library {
   private:
     const GlLibrary& m_gl;
     Display* m_local;
+    kor::gl::SharedConnection m_connection;
+    const kor::gl::LocalDisplay m_pinned{&m_connection};
     Display* m_display;
     VisualID m_visual;
     Size m_size;

@@ -118,7 +118,7 @@ kor::gl::LocalVisualInfo* _getLVI(Display* /*dpy*/, VisualID /*id*/, kor::gl::TS
     return &mapping;
 }
 void addToContextMap(Display* /*dpy*/, GLXContext /*ctx*/, kor::gl::LocalVisualInfo* /*lvi*/,
-                     GLXFBConfig /*config*/) {}
+                     GLXFBConfig /*config*/, const kor::gl::LocalDisplay& /*local*/) {}
 // The log, written into nothing: every record is formatted, so that its arguments are looked at.
 std::atomic<int> kor::logThreshold{kor::LogDebug};
 extern "C" {
