@@ -2,6 +2,7 @@
 
 #include "config/settings.h"
 #include "core/thread_end.h"
+#include "support/failures.h"
 
 namespace kor::gl {
 
@@ -9,7 +10,8 @@ std::atomic<bool> processEndBegun{false};
 
 } // namespace kor::gl
 
-void kor_process_ends() {
+void kor_process_ends() try {
     if (!kor::gl::processEndBegun.exchange(true) && kor::conf::settings().cleanupAtexit)
         kor::gl::stopCopyback();
 }
+KOR_OTHERWISE()

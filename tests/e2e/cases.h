@@ -72,8 +72,6 @@ inline std::vector<ClientCase> clientCases() {
         {.name = "ServerGrabbedBeforeTheFirstFrame", .command = {"grab_client", "first"}},
         {.name = "ServerGrabbedBeforeAThreadsFirstCall", .command = {"grab_client", "thread"}},
         {.name = "WindowOverTwoDisplays", .command = {"display_pair_client", "over"}},
-        {.name = "WindowOfADisplayOpenedAgain", .command = {"display_pair_client", "reopened"}},
-        {.name = "DisplaysOpenedAndClosed", .command = {"displays_client"}},
         {.name = "UnmapAndMap", .command = {"visibility_client", "map"}},
         {.name = "PartlyObscured", .command = {"visibility_client", "partly"}},
         {.name = "FullyObscured", .command = {"visibility_client", "fully"}},
@@ -91,6 +89,9 @@ inline std::vector<ClientCase> libraryCases() {
          .command = {"lifetime_client", "context", "handler"}},
         {.name = "WindowDestroyedAfterSwapWithHandler",
          .command = {"lifetime_client", "swapped", "handler"}},
+        // Mesa, or Xlib below it, breaks on these now and then.
+        {.name = "WindowOfADisplayOpenedAgain", .command = {"display_pair_client", "reopened"}},
+        {.name = "DisplaysOpenedAndClosed", .command = {"displays_client"}},
         {.name = "TwoThreadsOnOneWindow", .command = {"shared_window_client", "2"}},
         {.name = "FourThreadsOnOneWindow", .command = {"shared_window_client", "4"}},
         {.name = "TwoThreadsOnOneWindowResized",

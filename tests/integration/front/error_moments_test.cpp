@@ -185,7 +185,7 @@ TEST_F(FrontErrorMoments, NoHandlerIsToldOfAConnectionThatWasClosedMeanwhile) {
     const ChildResult result = run([&](const Started& started) {
         XSetErrorHandler(tell);
         Display* first = started.open(server_.name(), local);
-        Display* second = started.open(server_.name(), local);
+        Display* second = started.open(server_.name(), copyback);
         started.at(afterwards);
         freePixmap(first);
         freePixmap(second);
@@ -223,8 +223,8 @@ TEST_F(FrontProcessEnd, TheLibraryLearnsOfItAheadOfWhatWasRegisteredBeforeTheDri
     const ChildResult result = run([&](const Started& started) {
         std::atexit(earlier);
         XCloseDisplay(started.open(server_.name(), secondary));
-        XCloseDisplay(started.open(server_.name(), local));
-        XCloseDisplay(started.open(server_.name(), local));
+        Display* first = started.open(server_.name(), local);
+        EXPECT_EQ(started.open(server_.name(), local), first); // shared
     });
     EXPECT_EQ(result.output, "kor_process_ends\nthe application\nkor_fini\n");
 }

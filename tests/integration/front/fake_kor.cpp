@@ -26,6 +26,7 @@ Display* (*hook)(Display*, int) = nullptr;
 EXPORT void kor_set_connection_hook(Display* (*newHook)(Display*, int)) {
     hook = newHook;
 }
+EXPORT void kor_set_connection_end_hook(void (*)(Display*, int)) {}
 
 EXPORT void kor_init(void* handle) {
     initHandle = hook == nullptr ? nullptr : handle; // the hook is to be set before

@@ -11,7 +11,8 @@ import re
 import sys
 
 # They neither allocate nor call what does.
-EXEMPT = {"kor_printlog", "kor_close_log", "kor_claim_process", "kor_set_connection_hook"}
+EXEMPT = {"kor_printlog", "kor_close_log", "kor_claim_process", "kor_set_connection_hook",
+          "kor_set_connection_end_hook", "kor_when_to_tell_error"}
 
 
 def main(folder):
