@@ -45,7 +45,6 @@ NOT_RUN = {
         "builds anew; scripts/test --all does it",
     "ctest --preset release-32": "wants its build; scripts/test --all does it",
     "scripts/soak...": "strains the machine for minutes or hours; scripts/test --all does it",
-    "ctest --preset release -L stress": "takes a minute; scripts/test does it",
     "podman run ...": "wants a container engine and an image",
     "ssh -L 6080:localhost:6080 the-machine": "wants another machine",
     "cmake --preset asan-ubsan && ...": "builds anew; scripts/test --all does it",
