@@ -139,13 +139,15 @@ Bool onReply(Display* display, xReply* reply, char*, int, XPointer ofWindows) {
         return False;
     const int moment = whenToTell == nullptr ? tellNow : whenToTell(tellPutOff);
     const bool handled = applicationHandlesErrors();
-    if (handled && moment != tellNow && moment != tellAfterwards)
-        return False;
     const XErrorEvent event = eventOf(display, reply->error);
+    // Whatever the moment: a handler may be another one than before only because another thread's
+    // stood there meanwhile, and it is the application's after all.
     if (ofWindows != nullptr && printLog != nullptr && isOfVanishedWindow(event.error_code)) {
         noteWindowGone(event);
         return True;
     }
+    if (handled && moment != tellNow && moment != tellAfterwards)
+        return False;
     if (moment == tellAfterwards && (handled || isAheadOfXlib(display)))
         return putOff(event) || !handled ? True : False;
     if (handled)

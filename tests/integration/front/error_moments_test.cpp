@@ -82,6 +82,10 @@ TEST_F(FrontErrorMoments, NoHandlerIsToldOfAWindowThatIsGone) {
                 started.at(afterwards);
                 paint(display);
                 started.locksAreGone();
+                // Also where the handler has changed: another thread's may have stood there.
+                started.at(expected);
+                paint(display);
+                started.at(0);
                 XCloseDisplay(display);
             }
             EXPECT_EQ(told.size(), 0U);
@@ -158,8 +162,8 @@ TEST_F(FrontErrorMoments, AHandlerThatWaitsForTheErrorIsToldAtOnce) {
             told.clear();
             Display* display = started.open(server_.name(), role);
             started.at(expected);
-            paint(display);
-            EXPECT_EQ(told.size(), 4U);
+            freePixmap(display);
+            EXPECT_EQ(told.size(), 1U);
             started.at(0);
             XCloseDisplay(display);
         }
