@@ -18,9 +18,16 @@ namespace {
 // What one thread leaves at most: two windows of 3840x2160, or sixty-four of any size.
 constexpr long kMostPixels = 2L * 3840 * 2160;
 constexpr std::size_t kMostDrawables = 64;
+// How long a thread that makes nothing current keeps others from ending it. What is made in a row
+// takes milliseconds.
+constexpr std::chrono::seconds kLongest(1);
+using Clock = std::chrono::steady_clock;
 
 /// How many drawables of ended threads were left, so that nobody takes the lock to find none.
 std::atomic<int> orphans{0};
+
+/// When a thread looks next for what others left too long ago, in ticks of the clock.
+std::atomic<Clock::rep> nextLook{0};
 
 /// Without a destructor: the library ends its own things of a thread after the destructors.
 struct ThreadState {
@@ -46,6 +53,22 @@ InForkedChild leaveAllToTheParent([] {
 
 bool isMine(const LeftDrawable& left) {
     return !left.thread || left.thread == &state;
+}
+
+/// A thread that still has it current must have left it first; the driver counts on that.
+Clock::time_point whenForAll(GLXDrawable drawable) {
+    if (!driver.canLendContext() || driver.glXGetCurrentDrawable() == drawable ||
+        driver.glXGetCurrentReadDrawable() == drawable)
+        return Clock::time_point::max();
+    return Clock::now() + kLongest;
+}
+
+/// True for one thread at a time, now and then.
+bool isTimeToLook(Clock::time_point now) {
+    Clock::rep look = nextLook.load(std::memory_order_relaxed);
+    return now.time_since_epoch().count() >= look &&
+           nextLook.compare_exchange_strong(look, (now + kLongest / 2).time_since_epoch().count(),
+                                            std::memory_order_relaxed);
 }
 
 int countOf(const std::vector<LeftDrawable>& all, const void* thread) {
@@ -114,6 +137,7 @@ ThreadEnd::~ThreadEnd() {
 
 void destroyLater(Display* display, GLXDrawable drawable, const DrawableEntry& entry) {
     std::vector<LeftDrawable> surplus;
+    const Clock::time_point forAll = whenForAll(drawable);
     {
         const std::lock_guard lock(tablesMutex());
         if (LocalDisplay* local = findLocalDisplay(display)) {
@@ -124,10 +148,10 @@ void destroyLater(Display* display, GLXDrawable drawable, const DrawableEntry& e
                 state.left++;
             }
             leftDrawables++;
-            local->left.push_back({drawable, entry, state.ended ? nullptr : &state});
+            local->left.push_back({drawable, entry, state.ended ? nullptr : &state, forAll});
             surplus = takeSurplus(*local);
         } else {
-            surplus.push_back({drawable, entry, nullptr});
+            surplus.push_back({drawable, entry, nullptr, forAll});
         }
     }
     destroyAll(display, surplus);
@@ -166,15 +190,16 @@ GLXPbuffer takeBack(Display* display, GLXFBConfig fbconfig, const PlainSize& siz
 }
 
 void destroyWhatIsLeft(Display* display) {
-    if (state.left == 0 && orphans.load(std::memory_order_relaxed) == 0)
+    const Clock::time_point now = Clock::now();
+    if (state.left == 0 && orphans.load(std::memory_order_relaxed) == 0 && !isTimeToLook(now))
         return; // it is another thread's
     std::vector<LeftDrawable> mine;
     {
         const std::lock_guard lock(tablesMutex());
         if (LocalDisplay* local = findLocalDisplay(display)) {
-            const auto first =
-                std::stable_partition(local->left.begin(), local->left.end(),
-                                      [](const LeftDrawable& left) { return !isMine(left); });
+            const auto first = std::stable_partition(
+                local->left.begin(), local->left.end(),
+                [now](const LeftDrawable& left) { return !isMine(left) && now < left.forAll; });
             mine.assign(first, local->left.end());
             local->left.erase(first, local->left.end());
             orphans -= countOf(mine, nullptr);

@@ -21,8 +21,10 @@ namespace kor::adapter {
 /// destroyed last is asked for again, in a row and with the same fbconfig and size, the thread gets
 /// it back as it was.
 ///
-/// What a thread leaves is limited; it passes to the other threads of the connection when the
-/// thread ends, and ends with the connection at the latest.
+/// What a thread leaves is limited: by number and pixels, and no lower than that, since one that
+/// ends too early leaves its buffers with a context again. It passes to the other threads of the
+/// connection after a second, unless the thread had it current, and when the thread ends; it ends
+/// with the connection at the latest.
 
 /// The entry must be gone from the table. Destroys at once on a connection that is not in the
 /// tables.
@@ -39,7 +41,8 @@ inline bool nothingLeft() {
     return __builtin_expect(leftDrawables.load(std::memory_order_relaxed) == 0, 1);
 }
 
-/// To be called after a make-current with a context: ends what the thread left.
+/// To be called after a make-current with a context: ends what the thread left, and what others
+/// left long ago.
 void destroyWhatIsLeft(Display* display);
 inline void destroyLeft(Display* display) {
     if (!nothingLeft())

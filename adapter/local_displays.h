@@ -4,6 +4,7 @@
 #include "core/gl_headers.h"
 
 #include <atomic>
+#include <chrono>
 #include <mutex>
 #include <sys/types.h>
 #include <unordered_map>
@@ -45,6 +46,8 @@ struct LeftDrawable {
     GLXDrawable drawable = None;
     DrawableEntry entry;
     const void* thread = nullptr; // a mark of the one that destroyed it; null when that has ended
+    /// From then on any thread may end it.
+    std::chrono::steady_clock::time_point forAll = std::chrono::steady_clock::time_point::max();
 };
 
 /// A context of the adapter's own (helper_context.h).

@@ -1,7 +1,10 @@
+#include "framework/wait_until.h"
 #include "local_display_test.h"
 
 #include <fstream>
+#include <future>
 #include <thread>
+#include <vector>
 
 namespace kor::test {
 namespace {
@@ -20,6 +23,8 @@ int attachedSegments() {
 /// Pbuffers of a software driver that are ended and made anew as the library does it.
 class LateDestroy : public testing::Test {
   protected:
+    ~LateDestroy() override { gl.glXMakeCurrent(display, None, nullptr); }
+
     GLXPbuffer pbuffer(int width = Width, int height = Height) {
         return makePbuffer(gl, display, config, width, height);
     }
@@ -91,6 +96,24 @@ TEST_F(LateDestroy, WindowsInTurnEndWithTheSegmentsThatTheyBeganWith) {
         gl.glXDestroyContext(display, reader);
     }
     EXPECT_LE(attachedSegments(), before + 12);
+}
+
+TEST_F(LateDestroy, ManyThatEndTogetherLeaveAsManySegmentsAtEachTime) {
+    int first = 0;
+    for (int i = 0; i < 12; i++) {
+        std::vector<GLXPbuffer> drawables;
+        for (int window = 0; window < 30; window++) {
+            drawables.push_back(pbuffer(100 + i, 100 + window));
+            ASSERT_TRUE(gl.glXMakeCurrent(display, drawables.back(), context));
+            frame(drawables.back(), i);
+        }
+        gl.glXMakeCurrent(display, None, nullptr);
+        for (const GLXPbuffer drawable : drawables)
+            gl.glXDestroyPbuffer(display, drawable);
+        if (i == 0)
+            first = attachedSegments();
+    }
+    EXPECT_LE(attachedSegments(), first + 3);
 }
 
 TEST_F(LateDestroy, ADestroyedDrawableIsGoneWhenItsThreadHasAContextCurrentElsewhere) {
@@ -193,6 +216,36 @@ TEST_F(LateDestroy, WhatAnEndedThreadLeftGoesWithTheNextThreadsContext) {
     EXPECT_FALSE(isGone(left));
     ASSERT_TRUE(gl.glXMakeCurrent(display, pbuffer(Width + 1), context));
     EXPECT_TRUE(isGone(left));
+}
+
+TEST_F(LateDestroy, WhatAThreadLeftThatMakesNothingCurrentAnyMoreGoesWithTheContextOfAnother) {
+    const GLXPbuffer mine = pbuffer(Width + 1);
+    GLXPbuffer left = None;
+    GLXPbuffer current = None;
+    std::promise<void> isLeft;
+    std::promise<void> end;
+    std::thread thread([&] {
+        current = pbuffer();
+        const GLXContext theirs = makeContext(gl, display, config);
+        EXPECT_TRUE(gl.glXMakeCurrent(display, current, theirs));
+        left = pbuffer(Width + 2);
+        gl.glXDestroyPbuffer(display, left);
+        gl.glXDestroyPbuffer(display, current);
+        isLeft.set_value();
+        end.get_future().wait();
+        frame(current, 1); // it is still there for its thread
+        gl.glXMakeCurrent(display, None, nullptr);
+    });
+    isLeft.get_future().wait();
+    ASSERT_TRUE(gl.glXMakeCurrent(display, mine, context));
+    EXPECT_FALSE(isGone(left)) << "at first";
+    EXPECT_TRUE(waitUntil([&] {
+        gl.glXMakeCurrent(display, mine, context);
+        return isGone(left);
+    }));
+    EXPECT_FALSE(isGone(current));
+    end.set_value();
+    thread.join();
 }
 
 } // namespace
