@@ -47,6 +47,7 @@ thread_local ThreadEnd threadEnd;
 
 /// What was left is the parent's, and ends with it.
 InForkedChild leaveAllToTheParent([] {
+    leftDrawables = 0;
     orphans = 0;
     state = ThreadState();
 });
