@@ -128,11 +128,12 @@ bool isCurrent(const Binding& wanted) {
 } // namespace
 
 void addDrawable(Display* display, GLXDrawable drawable, GLXFBConfig fbconfig,
-                 DestroyDrawable destroy, const PlainSize& plainSize) {
+                 DestroyDrawable destroy, const PlainSize& plainSize, Pixmap backing) {
     if (drawable == None)
         return;
     DrawableEntry entry;
     entry.plainSize = plainSize;
+    entry.backing = backing;
     entry.fbconfig = fbconfig;
     entry.destroy = destroy;
     int doubleBuffered = 0;

@@ -12,9 +12,11 @@ namespace kor::adapter {
 /// destroy function only when the last thread has left it: from the start on a driver that needs
 /// help, on others from the first context on that is destroyed while its thread has it current.
 
-/// Drawables made through the adapter. `plainSize` is for pbuffers.
+/// Drawables made through the adapter. `plainSize` is for pbuffers. `backing` is the pixmap of a
+/// GLX pixmap: the library makes one for each and leaves it to the connection's end, so it is freed
+/// with the GLX pixmap here.
 void addDrawable(Display* display, GLXDrawable drawable, GLXFBConfig fbconfig,
-                 DestroyDrawable destroy, const PlainSize& plainSize = {});
+                 DestroyDrawable destroy, const PlainSize& plainSize = {}, Pixmap backing = None);
 /// Destroys later (late_destroy.h): when it is in use, after that.
 void destroyDrawable(Display* display, GLXDrawable drawable, DestroyDrawable destroy);
 /// The same for a context. One that the thread leaves lives on until the thread changes its context

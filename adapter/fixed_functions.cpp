@@ -98,7 +98,7 @@ GLXPixmap createPixmap(Display* display, GLXFBConfig config, Pixmap pixmap, cons
     endRow();
     config = ownFbconfig(display, config);
     const GLXPixmap made = driver.glXCreatePixmap(display, config, pixmap, attributes);
-    addDrawable(display, made, config, destroyPixmap<&Driver::glXDestroyPixmap>);
+    addDrawable(display, made, config, destroyPixmap<&Driver::glXDestroyPixmap>, {}, pixmap);
     return made;
 }
 
@@ -106,7 +106,7 @@ GLXPixmap createPixmapSGIX(Display* display, GLXFBConfigSGIX config, Pixmap pixm
     endRow();
     config = ownFbconfig(display, config);
     const GLXPixmap made = driver.glXCreateGLXPixmapWithConfigSGIX(display, config, pixmap);
-    addDrawable(display, made, config, destroyPixmap<&Driver::glXDestroyGLXPixmap>);
+    addDrawable(display, made, config, destroyPixmap<&Driver::glXDestroyGLXPixmap>, {}, pixmap);
     return made;
 }
 

@@ -111,12 +111,18 @@ std::vector<LeftDrawable> takeSurplus(LocalDisplay& local) {
     return surplus;
 }
 
+void destroyOne(Display* display, const LeftDrawable& left) {
+    left.entry.destroy(display, left.drawable);
+    if (left.entry.backing != None)
+        XFreePixmap(display, left.entry.backing);
+}
+
 void destroyAll(Display* display, const std::vector<LeftDrawable>& drawables) {
     if (drawables.empty())
         return;
     const ContextForDestroying context(display);
     for (const LeftDrawable& left : drawables)
-        left.entry.destroy(display, left.drawable);
+        destroyOne(display, left);
 }
 
 ThreadEnd::~ThreadEnd() {
@@ -227,7 +233,7 @@ void destroyAtClose(Display* display, const std::vector<LeftDrawable>& left, con
         current->change(display, helper.pbuffer, helper.context);
     }
     for (const LeftDrawable& drawable : left)
-        drawable.entry.destroy(display, drawable.drawable);
+        destroyOne(display, drawable);
 }
 
 PlainSize plainSizeOf(const int* attributes) {

@@ -29,7 +29,8 @@ struct DrawableEntry {
     DestroyDrawable destroy = nullptr;
     bool doubleBuffered = false;
     PlainSize plainSize;
-    unsigned width = 0; // pixels; 0 until first asked for
+    Pixmap backing = None; // of a GLX pixmap, made for it alone: goes with it
+    unsigned width = 0;    // pixels; 0 until first asked for
     unsigned height = 0;
     int users = 0;       // bindings of threads, and swaps that are going on
     bool doomed = false; // destroyed by the application while in use

@@ -129,6 +129,26 @@ TEST_F(LateDestroy, ADestroyedDrawableIsGoneWhenItsThreadHasAContextCurrentElsew
     EXPECT_FALSE(isGone(second));
 }
 
+TEST_F(LateDestroy, TheLibrarysPixmapGoesWithItsGlxPixmap) {
+    const auto exists = [&](Pixmap pixmap) {
+        Window root = None;
+        int place = 0;
+        unsigned size = 0;
+        return XGetGeometry(display, pixmap, &root, &place, &place, &size, &size, &size, &size) !=
+               0;
+    };
+    const GLXFBConfig forPixmaps = chooseConfig(display, {.drawableType = GLX_PIXMAP_BIT});
+    const Pixmap pixmap =
+        XCreatePixmap(display, DefaultRootWindow(static_cast<Display*>(display)), 8, 8, 24);
+    const GLXPixmap drawable = gl.glXCreatePixmap(display, forPixmaps, pixmap, nullptr);
+    ASSERT_NE(drawable, GLXPixmap{None});
+    gl.glXDestroyPixmap(display, drawable);
+    EXPECT_TRUE(exists(pixmap)) << "as the GLX pixmap does for a while";
+    ASSERT_TRUE(gl.glXMakeCurrent(display, pbuffer(), context));
+    EXPECT_FALSE(exists(pixmap));
+    EXPECT_EQ(errors.count(), 1) << "that of the question whether it is gone";
+}
+
 TEST_F(LateDestroy, MadeAgainInARowItIsTheSameAndKeepsItsPicture) {
     const GLXPbuffer drawable = pbuffer();
     ASSERT_TRUE(gl.glXMakeCurrent(display, drawable, context));
