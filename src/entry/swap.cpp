@@ -15,6 +15,10 @@ void kor_glXSwapBuffers(Display* dpy, GLXDrawable drawable) try {
         KOR_DEBUG("no local drawable");
         return;
     }
+    // A driver that draws over the application's connection sends what waits there along with the
+    // frame, and programs that only draw never send it themselves: a window that was just mapped or
+    // moved, its title. The frame travels over other connections, and would come before it.
+    XFlush(dpy);
     if (record->skipNextSwap) {
         record->skipNextSwap = false;
         return;

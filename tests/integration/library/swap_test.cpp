@@ -5,6 +5,8 @@
 #include "context/context_map.h"
 
 #include <X11/Xutil.h>
+#include <chrono>
+#include <thread>
 
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -28,6 +30,22 @@ TEST_F(Swap, WithoutADrawableOrARecordNothingHappens) {
     kor_glXSwapBuffers(app, 0x1234567);
     EXPECT_TRUE(said('D', "kor_glXSwapBuffers", "no local drawable"));
     EXPECT_THAT(gl.calls(), IsEmpty());
+}
+
+TEST_F(Swap, SendsWhatWaitsOnTheApplicationsConnection) {
+    begin(20, 20);
+    Display* const other = XOpenDisplay(DisplayString(app));
+    ASSERT_NE(other, nullptr);
+    XSync(app, False);
+    XStoreName(app, window, "waiting");
+    kor_glXSwapBuffers(app, window);
+    char* title = nullptr;
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(2);
+    while (XFetchName(other, window, &title) == 0 && std::chrono::steady_clock::now() < end)
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    EXPECT_STREQ(title, "waiting");
+    XFree(title);
+    XCloseDisplay(other);
 }
 
 TEST_F(Swap, OfADoubleBufferedWindowSwapsUnderTheLocalDisplayLock) {
