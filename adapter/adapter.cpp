@@ -1,5 +1,6 @@
 #include "adapter.h"
 
+#include "bound_objects.h"
 #include "driver.h"
 #include "driver_trial.h"
 #include "fbconfig_owners.h"
@@ -57,8 +58,10 @@ void kor_adapter_local_display(Display* display) {
         return;
     moveIdsToUpperHalf(display);
     addVendorsLocalDisplay(display);
+    leaveParentsBinding(display);
     const DriverHabits habits = processEnds() ? DriverHabits() : tryDriver(display);
     noteEndAheadOfDriver();
+    learnMesaContext();
     if (habits.putErrors)
         dropPbufferPutErrors(display);
     addLocalDisplay(display, habits.forgetsFront);

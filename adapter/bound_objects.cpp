@@ -6,6 +6,9 @@
 #include "query_state.h"
 #include "support/forked_child.h"
 
+#include <atomic>
+#include <dlfcn.h>
+
 namespace kor::adapter {
 namespace {
 
@@ -105,6 +108,7 @@ struct ThreadBinding {
     /// away for one make-current (to read a frame, to change a pbuffer's size) and gives it back
     /// with the next. Only a second change tells that the application itself has left it.
     Binding lingering;
+    bool isParents = false; // what the driver has current was so in the parent of this process
     ~ThreadBinding() {
         leave(lingering);
         leave(binding);
@@ -117,7 +121,11 @@ thread_local ThreadBinding threadBinding;
 InForkedChild forgetBinding([] {
     threadBinding.binding = Binding();
     threadBinding.lingering = Binding();
+    threadBinding.isParents = true;
 });
+
+/// Mesa's own idea of the thread's context, by which it knows what to flush; null elsewhere.
+std::atomic<void (*)(void*)> setMesaContext{nullptr};
 
 /// True when the thread changes nothing: what it has current is counted already.
 bool isCurrent(const Binding& wanted) {
@@ -258,9 +266,29 @@ void DrawableUse::askSize() {
     }
 }
 
+void learnMesaContext() {
+    if (setMesaContext.load(std::memory_order_relaxed) != nullptr)
+        return;
+    if (void* library = dlopen("libglapi.so.0", RTLD_LAZY | RTLD_NOLOAD))
+        setMesaContext = reinterpret_cast<void (*)(void*)>(dlsym(library, "_glapi_set_context"));
+}
+
+void leaveParentsBinding(Display* display) {
+    if (__builtin_expect(!threadBinding.isParents, 1))
+        return;
+    threadBinding.isParents = false;
+    if (auto* setContext = setMesaContext.load(std::memory_order_relaxed))
+        setContext(nullptr);
+    // A dispatch that tells children apart has forgotten it by itself.
+    if (driver.glXGetCurrentContext && driver.glXMakeContextCurrent &&
+        driver.glXGetCurrentContext())
+        driver.glXMakeContextCurrent(display, None, None, nullptr);
+}
+
 BindingChange::BindingChange(Display* display, GLXDrawable draw, GLXDrawable read,
                              GLXContext context)
     : wanted_{display, draw, read, context}, changes_(!isCurrent(wanted_)) {
+    leaveParentsBinding(display);
     if (changes_)
         enter(wanted_);
 }

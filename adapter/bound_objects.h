@@ -63,6 +63,13 @@ struct Binding {
     bool operator==(const Binding&) const = default;
 };
 
+/// Once the driver is loaded: finds out how to make it forget a thread's context.
+void learnMesaContext();
+/// Ahead of the first make-current of the thread that forked, in the child: the driver must not
+/// flush the parent's context, which takes locks that other threads of the parent may have held and
+/// waits for threads that the child does not have.
+void leaveParentsBinding(Display* display);
+
 /// Around the driver's make-current: the constructor counts the new binding, finish() keeps it and
 /// leaves the thread's old one, or, when the driver refused, undoes it.
 class BindingChange {
