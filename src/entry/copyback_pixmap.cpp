@@ -9,7 +9,8 @@ void copybackPixmap(kor::gl::DrawableInfo& record) {
     const kor::gl::LocalDisplay pinned = kor::gl::pinLocalDisplay(nullptr);
     Display* const local = pinned.get();
     Display* const app = record.appDisplay;
-    if (local == nullptr || app == nullptr)
+    // Another thread may have ended what this one still has current, the pixmap included.
+    if (local == nullptr || app == nullptr || record.released())
         return;
     kor::IRect rect;
     record.getGeometry(&rect);
