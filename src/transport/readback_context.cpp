@@ -2,6 +2,7 @@
 
 #include "core/system_gl.h"
 #include "display/local_call.h"
+#include "support/failures.h"
 #include "support/log.h"
 #include "transport/readback_slice.h"
 #include "transport/slice_grid.h"
@@ -139,13 +140,24 @@ bool ReadbackContext::transfer() {
         system_glDeleteSync(fence_);
         fence_ = nullptr;
     }
-    return std::all_of(slices_.begin(), slices_.end(), [&](const auto& slice) {
+    const bool succeeded = std::all_of(slices_.begin(), slices_.end(), [&](const auto& slice) {
         return slice->transferToSystemMemory(destinationBuffer_, transferWidth_, transferHeight_);
     });
+    system_glBindFramebuffer(GL_FRAMEBUFFER, 0);
+    return succeeded;
 }
 
-void ReadbackContext::svc() {
+/// The copyback thread waits for the answer: a transfer that throws has failed.
+bool ReadbackContext::tryTransfer() try { return transfer(); }
+KOR_OTHERWISE(false)
+
+void ReadbackContext::makeWorkerCurrent() try {
     callLocal(system_glXMakeCurrent, local_.get(), drawable_, context_);
+}
+KOR_OTHERWISE()
+
+void ReadbackContext::svc() {
+    makeWorkerCurrent();
     KOR_DEBUG("Making readback context current for drawable 0x%x",
               static_cast<unsigned>(drawable_));
     while (!checkExit()) {
@@ -154,8 +166,7 @@ void ReadbackContext::svc() {
             break;
         // The copyback thread waits, with locks that an error handler's calls may want.
         const Undisturbed undisturbed;
-        transferSucceeded_ = transfer();
-        system_glBindFramebuffer(GL_FRAMEBUFFER, 0);
+        transferSucceeded_ = tryTransfer();
         done_.V(korWhereInfo{});
     }
     slices_.clear();

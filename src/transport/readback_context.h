@@ -63,6 +63,8 @@ class ReadbackContext {
   private:
     void layGrid(int width, int height);
     bool transfer();
+    bool tryTransfer();
+    void makeWorkerCurrent();
     void svc();
     bool checkExit();
     static bool callback(ReadbackContext* self);
