@@ -206,6 +206,23 @@ extern "C" bool kor_close_log() try {
 }
 KOR_OTHERWISE(false)
 
+namespace {
+
+/// Keeps the pieces of one record together: several threads write to one stream. Given back also
+/// when the thread is cancelled meanwhile.
+class WholeRecord {
+  public:
+    explicit WholeRecord(FILE* stream) : stream_(stream) { flockfile(stream_); }
+    ~WholeRecord() { funlockfile(stream_); }
+    WholeRecord(const WholeRecord&) = delete;
+    WholeRecord& operator=(const WholeRecord&) = delete;
+
+  private:
+    FILE* stream_;
+};
+
+} // namespace
+
 extern "C" void kor_printlog(const char* tag, int level, const char* levelWord,
                              const char* function, bool echo, const char* format, ...) {
     if (format == nullptr)
@@ -229,6 +246,7 @@ extern "C" void kor_printlog(const char* tag, int level, const char* levelWord,
             korSprintf(end, sizeof end, " (repeated %u times)\n", times);
     }
     if (echo) {
+        const WholeRecord whole(stderr);
         fprintf(stderr, "%s: ", levelWord);
         va_start(arguments, format);
         vfprintf(stderr, format, arguments);
@@ -242,6 +260,7 @@ extern "C" void kor_printlog(const char* tag, int level, const char* levelWord,
     FILE* stream = record->stream;
     if (stream == nullptr)
         return;
+    const WholeRecord whole(stream);
     fprintf(stream, "%c %s %ld:%ld %s (%s): ", levelWord[0], stamp, static_cast<long>(getpid()),
             static_cast<long>(syscall(SYS_gettid)), tag, function);
     va_start(arguments, format);

@@ -21,6 +21,26 @@ inline bool processEnds() {
     return __builtin_expect(processEndBegun.load(std::memory_order_relaxed), 0);
 }
 
+/// To be called once the library has rendered something: a driver registers handlers of its own
+/// when it compiles its first shader, and ours must run before those.
+void watchForProcessEnd();
+
+/// Around what the library renders by itself, on any thread. The end of the process waits for what
+/// has begun, within the second that it has: the driver's destructors would take away what is in
+/// use. Nothing begins afterwards.
+class OwnRendering {
+  public:
+    OwnRendering();
+    ~OwnRendering();
+    OwnRendering(const OwnRendering&) = delete;
+    OwnRendering& operator=(const OwnRendering&) = delete;
+    /// False when the process has begun to end.
+    bool allowed() const { return allowed_; }
+
+  private:
+    bool allowed_;
+};
+
 } // namespace kor::gl
 
 #endif

@@ -1,5 +1,6 @@
 #include "transport/readback_context.h"
 
+#include "core/process_end.h"
 #include "core/system_gl.h"
 #include "display/local_call.h"
 #include "support/failures.h"
@@ -135,6 +136,9 @@ bool ReadbackContext::callback(ReadbackContext* self) {
 
 /// Waits for the GPU and reads every slice; stops at the first that fails.
 bool ReadbackContext::transfer() {
+    const OwnRendering rendering;
+    if (!rendering.allowed())
+        return false;
     if (fence_ != nullptr) {
         system_glClientWaitSync(fence_, GL_SYNC_FLUSH_COMMANDS_BIT, GL_TIMEOUT_IGNORED);
         system_glDeleteSync(fence_);

@@ -11,6 +11,7 @@
 #include "transport/readback_context.h"
 
 #include <mutex>
+#include <optional>
 #include <unistd.h>
 
 namespace kor::gl {
@@ -76,7 +77,10 @@ class ApplicationState {
 
 void DrawableInfo::readback() {
     const TSD* tsd = getTSD();
-    if (tsd == nullptr || released() || processEnds())
+    if (tsd == nullptr || released())
+        return;
+    std::optional<OwnRendering> rendering(std::in_place);
+    if (!rendering->allowed())
         return;
     const Undisturbed undisturbed; // a context of ours is current meanwhile
     setViewportCheckForResize(true);
@@ -118,10 +122,12 @@ void DrawableInfo::readback() {
         const OnFailure drop([&] { context->unref(); });
         context->performGPUReadback(rect.width, rect.height);
         context->unref();
+        watchForProcessEnd();
     }
     Copyback::instance()->unblock();
     application.restore();
     frameLock.unlock();
+    rendering.reset(); // the pause that may follow is not waited for
 
     incrementFpsCounter(korGetCurrentTime());
     // Unsigned: a clock that was set back makes the elapsed time huge, not the pause.

@@ -49,6 +49,17 @@ void sayEnding() {
     std::exit(kStatus);
 }
 
+std::atomic<bool> drawn{false};
+
+/// While another thread draws. Not in the moment of its first frame: the driver compiles its first
+/// shader then, and the end takes apart what it has just set up for that.
+void endAfterTheFirstFrame(int microseconds) {
+    while (!drawn)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    std::this_thread::sleep_for(std::chrono::microseconds(microseconds));
+    end("exit");
+}
+
 void frame(Random& random) {
     drawColour(random.below(65536));
     if (random.oneIn(8))
@@ -159,17 +170,15 @@ int main(int count, char** words) {
         std::thread([&] {
             Random theirs(1, 2);
             makeCurrent(display, window, context);
-            while (true)
+            while (true) {
                 frame(theirs);
+                drawn = true;
+            }
         }).detach();
-        std::this_thread::sleep_for(std::chrono::microseconds(20000 + after));
-        end("exit");
+        endAfterTheFirstFrame(after);
     }
     if (how == "other-thread")
-        std::thread([after] {
-            std::this_thread::sleep_for(std::chrono::microseconds(20000 + after));
-            end("exit");
-        }).detach();
+        std::thread(endAfterTheFirstFrame, after).detach();
 
     timespec begin{};
     clock_gettime(CLOCK_MONOTONIC, &begin);
@@ -181,6 +190,7 @@ int main(int count, char** words) {
         } else {
             frame(random);
         }
+        drawn = true;
         timespec now{};
         clock_gettime(CLOCK_MONOTONIC, &now);
         const long passed =
