@@ -93,7 +93,7 @@ DisplayMap::Ended DisplayMap::unpairUnlessPinned(Display* appDpy) {
     Connection* slot = map_.find(appDpy);
     if (slot == nullptr)
         return nullptr;
-    const Connection connection = *slot;
+    Connection connection = *slot;
     slot->reset(); // whether another display has it
     const bool others = isPaired(connection.get());
     if (!others && !connection->endUnlessPinned()) {

@@ -107,6 +107,7 @@ LocalDisplay pinLocalDisplay(TSD* tsd) {
         // Open for good, as a pair's would be.
         auto* unpaired = new std::shared_ptr(std::make_shared<SharedConnection>(local, nullptr));
         (*unpaired)->pin();
+        // NOLINTNEXTLINE(clang-analyzer-cplusplus.NewDeleteLeaks): kept on purpose
         return LocalDisplay(unpaired->get());
     }
     LOCAL_DISPLAY_LOG(LogInfo, "INFO", false, "opened local display %s mapped to %p",
