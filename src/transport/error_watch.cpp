@@ -62,7 +62,7 @@ ErrorWatch::~ErrorWatch() {
 }
 
 std::vector<XErrorEvent> ErrorWatch::take() {
-    const std::vector<XErrorEvent> fresh(
+    std::vector<XErrorEvent> fresh(
         state_->errors.begin() + static_cast<std::ptrdiff_t>(state_->taken), state_->errors.end());
     state_->taken = state_->errors.size();
     return fresh;

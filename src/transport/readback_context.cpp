@@ -55,6 +55,7 @@ void ReadbackContext::layGrid(int width, int height) {
     const SliceGrid grid(width, height);
     if (grid.columns * grid.rows != static_cast<int>(slices_.size())) {
         std::vector<std::unique_ptr<ReadbackSlice>> slices;
+        slices.reserve(static_cast<size_t>(grid.columns) * static_cast<size_t>(grid.rows));
         for (int i = 0; i < grid.columns * grid.rows; ++i)
             slices.push_back(std::make_unique<ReadbackSlice>());
         slices_ = std::move(slices);
