@@ -225,7 +225,7 @@ void initializeVisualMap(Display* appDpy, int screen, TSD* tsd) {
         ++mapping;
     }
     for (auto& mapping : candidates)
-        mapping.release(); // never freed
+        static_cast<void>(mapping.release()); // never freed
     kor::gl::getVisualMap().swap(complete);
     mappings->built = true;
 }
